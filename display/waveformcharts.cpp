@@ -1,0 +1,4 @@
+#include "../app/mainwindow.h"
+
+void MainWindow::createWaveformCharts() {}
+void MainWindow::updateWaveformCharts() {}

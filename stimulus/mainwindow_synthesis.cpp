@@ -1,0 +1,20 @@
+#include "../app/mainwindow.h"
+#include "synthesis.h"
+
+void MainWindow::generateSounds()
+{
+    if (params.trialCount == 0) {
+        waveformTime = Synthesis::timeAxis(qMax(params.displaySamples[0], params.displaySamples[1]),
+                                           params.samplingRate);
+        standardSound = Synthesis::synthesise(params, 0);
+    }
+    deviantSound = Synthesis::synthesise(params, 1);
+    if (params.equaliseRms)
+        Synthesis::equaliseRms(standardSound, deviantSound);
+}
+
+void MainWindow::updateDisplaySamples()
+{
+    for (int i = 0; i < 2; ++i)
+        params.displaySamples[i] = Synthesis::displaySampleCount(params, i);
+}

@@ -1,0 +1,22 @@
+#include "randomsource.h"
+
+#include <random>
+
+namespace {
+std::mt19937_64 &engine()
+{
+    static std::mt19937_64 generator;
+    return generator;
+}
+} // namespace
+
+void RandomSource::seed(std::uint64_t value)
+{
+    engine().seed(value);
+}
+
+int RandomSource::next()
+{
+    // Rejection-free: the top 15 bits of a 64-bit draw are uniform on 0..32767.
+    return static_cast<int>(engine()() >> 49);
+}
