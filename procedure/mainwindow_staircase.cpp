@@ -3,15 +3,36 @@
 
 #include <QLineEdit>
 
-void MainWindow::applyStep() {}
+namespace
+{
+QString fixed(double value, int decimals)
+{
+    return QString::number(value, 'f', decimals);
+}
+} // namespace
+
+void MainWindow::applyStep()
+{
+    Staircase::applyStep(params);
+    if (params.mainParameter == 0) {
+        lineEditFreqDiffDev->setText(
+            fixed(params.carrierFrequency[0] * params.frequencyDifference[1], 4));
+        lineEditCarrierFreqDev->setText(fixed(params.carrierFrequency[1], 2));
+    } else if (params.mainParameter == 1) {
+        lineEditModDepthDev->setText(fixed(100 * params.modulationDepth[1], 4));
+    }
+}
 
 void MainWindow::resetStartValues()
 {
     Staircase::resetStartValues(params);
-    lineEditModDepthDev->setText(QString::number(100 * params.modulationDepth[1], 'f', 4));
+    lineEditModDepthDev->setText(fixed(100 * params.modulationDepth[1], 4));
     lineEditFreqDiffDev->setText(
-        QString::number(params.frequencyDifference[1] * params.carrierFrequency[0], 'f', 4));
-    lineEditCarrierFreqDev->setText(QString::number(params.carrierFrequency[1], 'f', 2));
+        fixed(params.frequencyDifference[1] * params.carrierFrequency[0], 4));
+    lineEditCarrierFreqDev->setText(fixed(params.carrierFrequency[1], 2));
 }
 
-void MainWindow::computeResults() {}
+void MainWindow::computeResults()
+{
+    Staircase::computeResults(params);
+}
