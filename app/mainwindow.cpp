@@ -202,6 +202,7 @@ void MainWindow::buildLayout()
     }
     gridLayoutMain->setColumnStretch(0, 1);
     gridLayoutMain->setColumnStretch(1, 2);
+    setPanelAccessibleNames();
 }
 
 void MainWindow::initialisePanel()

@@ -69,6 +69,7 @@ public:
     // Panel (app/panel.cpp).
     void readPanel();
     void composeFileName();
+    void setPanelAccessibleNames();
 
     // Staircase (procedure/mainwindow_staircase.cpp).
     void applyStep();

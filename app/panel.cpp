@@ -1,53 +1,123 @@
+#include "../procedure/staircase.h"
 #include "../stimulus/synthesis.h"
 #include "../subject/subjectwindow.h"
 #include "mainwindow.h"
+#include "panelguard.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 
+namespace
+{
+
+// Locale-independent conversions: a text that is not a number gives 0.
+double number(const QLineEdit *edit)
+{
+    return edit->text().toDouble();
+}
+
+int integer(const QLineEdit *edit)
+{
+    return edit->text().toInt(nullptr, 10);
+}
+
+// A frequency difference in Hz as a fraction of the standard carrier. A 0 Hz
+// carrier has no fractions, so the difference is stored as 0 instead of an
+// infinite or undefined value.
+double fractionOfCarrier(double hz, double carrier)
+{
+    return carrier == 0.0 ? 0.0 : hz / carrier;
+}
+
+// The record the panel reader makes from the panel, built on a copy of the
+// current record without touching any widget, so that it can be checked before
+// the window takes it over.
+SessionParameters panelRecord(const MainWindow &w, SessionParameters p)
+{
+    p.sessionType = w.comboBoxSesType->currentIndex();
+    p.soundType = w.comboBoxSoundType->currentIndex();
+    p.mainParameter = w.comboBoxMainParameter->currentIndex();
+    p.trialCount = 0;
+    p.duration[0] = number(w.lineEditDurationStd) / 1000;
+    p.carrierFrequency[0] = number(w.lineEditCarrierFreqStd);
+    p.modulationFrequency[0] = number(w.lineEditModFreqStd);
+    p.modulationDepth[0] = number(w.lineEditModDepthStd) / 100;
+    p.frequencyDifference[0] =
+        fractionOfCarrier(number(w.lineEditFreqDiffStd), p.carrierFrequency[0]);
+    p.duration[1] = number(w.lineEditDurationDev) / 1000;
+    p.carrierFrequency[1] = number(w.lineEditCarrierFreqDev);
+    p.modulationFrequency[1] = number(w.lineEditModFreqDev);
+    p.resetMdFd = w.checkBoxResetMdFd->isChecked();
+    if (p.resetMdFd) {
+        Staircase::resetStartValues(p);
+    } else {
+        p.modulationDepth[1] = number(w.lineEditModDepthDev) / 100;
+        p.frequencyDifference[1] =
+            fractionOfCarrier(number(w.lineEditFreqDiffDev), p.carrierFrequency[0]);
+    }
+    p.saveData = w.checkBoxSaveData->isChecked();
+    p.numberOfReversals = integer(w.lineEditNumReversals);
+    // A count the guard refuses is never taken over; the bound keeps such a
+    // count from allocating gigabytes in the copy that is checked.
+    p.reversalValues.resize(qBound(0, p.numberOfReversals, PanelGuard::maxReversals));
+    p.reversalsToCalculate = qMin(integer(w.lineEditRevToCalc), p.numberOfReversals);
+    p.silentInterval = number(w.lineEditSilentInterval) / 1000;
+    p.samplingRate = number(w.lineEditSamplingRate);
+    p.subjectCode = w.lineEditSubCode->text();
+    p.sessionNumber = integer(w.lineEditSesNum);
+    p.filePath = w.lineEditFilePath->text();
+    p.fileName = w.lineEditFileName->text();
+    for (int i = 0; i < 2; ++i) {
+        p.nSamples[i] = Synthesis::secondsToSamples(p.samplingRate, p.duration[i]);
+        p.displaySamples[i] = Synthesis::displaySampleCount(p, i);
+    }
+    return p;
+}
+
+// The panel widget whose accessible name is the given field name, or null.
+QWidget *panelField(const MainWindow &w, const QString &field)
+{
+    for (QWidget *widget : w.centralWidget->findChildren<QWidget *>())
+        if (widget->accessibleName() == field)
+            return widget;
+    return nullptr;
+}
+
+// Refuses a panel from which no session can be made: one warning names every
+// offending field with its accepted values, and the first of them gets the
+// focus. The record and the panel stay as they were.
+bool panelAccepted(MainWindow &w)
+{
+    const QVector<PanelGuard::Problem> problems = PanelGuard::check(panelRecord(w, w.params));
+    if (problems.isEmpty())
+        return true;
+    QMessageBox::warning(&w, "Warning", PanelGuard::describe(problems), QMessageBox::Ok,
+                         QMessageBox::NoButton);
+    if (QWidget *field = panelField(w, problems.first().field)) {
+        field->setFocus();
+        if (auto *edit = qobject_cast<QLineEdit *>(field))
+            edit->selectAll();
+    }
+    return false;
+}
+
+} // namespace
+
 void MainWindow::readPanel()
 {
-    params.sessionType = comboBoxSesType->currentIndex();
-    params.soundType = comboBoxSoundType->currentIndex();
-    params.mainParameter = comboBoxMainParameter->currentIndex();
-    params.trialCount = 0;
-    params.duration[0] = lineEditDurationStd->text().toDouble() / 1000;
-    params.carrierFrequency[0] = lineEditCarrierFreqStd->text().toDouble();
-    params.modulationFrequency[0] = lineEditModFreqStd->text().toDouble();
-    params.modulationDepth[0] = lineEditModDepthStd->text().toDouble() / 100;
-    params.frequencyDifference[0] =
-        lineEditFreqDiffStd->text().toDouble() / params.carrierFrequency[0];
-    params.duration[1] = lineEditDurationDev->text().toDouble() / 1000;
-    params.carrierFrequency[1] = lineEditCarrierFreqDev->text().toDouble();
-    params.modulationFrequency[1] = lineEditModFreqDev->text().toDouble();
-    params.resetMdFd = checkBoxResetMdFd->isChecked();
-    if (params.resetMdFd) {
+    const int typedReversalsToCalculate = integer(lineEditRevToCalc);
+    params = panelRecord(*this, params);
+    // The reset shows the start values in the Deviant column; it sets the same
+    // values the record already holds, since it depends only on the main
+    // parameter and the standard carrier.
+    if (params.resetMdFd)
         resetStartValues();
-    } else {
-        params.modulationDepth[1] = lineEditModDepthDev->text().toDouble() / 100;
-        params.frequencyDifference[1] =
-            lineEditFreqDiffDev->text().toDouble() / params.carrierFrequency[0];
-    }
-    params.saveData = checkBoxSaveData->isChecked();
-    params.numberOfReversals = lineEditNumReversals->text().toInt(nullptr, 10);
-    params.reversalValues.resize(qMax(0, params.numberOfReversals));
-    params.reversalsToCalculate = lineEditRevToCalc->text().toInt(nullptr, 10);
-    if (params.reversalsToCalculate > params.numberOfReversals) {
-        params.reversalsToCalculate = params.numberOfReversals;
+    if (typedReversalsToCalculate > params.reversalsToCalculate)
         lineEditRevToCalc->setText(QString::number(params.reversalsToCalculate));
-    }
-    params.silentInterval = lineEditSilentInterval->text().toDouble() / 1000;
-    params.samplingRate = lineEditSamplingRate->text().toDouble();
-    params.subjectCode = lineEditSubCode->text();
-    params.sessionNumber = lineEditSesNum->text().toInt(nullptr, 10);
-    params.filePath = lineEditFilePath->text();
-    params.fileName = lineEditFileName->text();
-    for (int i = 0; i < 2; ++i)
-        params.nSamples[i] = Synthesis::secondsToSamples(params.samplingRate, params.duration[i]);
-    updateDisplaySamples();
 }
 
 void MainWindow::composeFileName()
@@ -108,6 +178,8 @@ void MainWindow::on_lineEditSesNum_textChanged(const QString &arg1)
 
 void MainWindow::on_pushButtonView_clicked()
 {
+    if (!panelAccepted(*this))
+        return;
     readPanel();
     pushButtonGo->setEnabled(true);
     generateSounds();
@@ -120,6 +192,8 @@ void MainWindow::on_pushButtonView_clicked()
 
 void MainWindow::on_pushButtonGo_clicked()
 {
+    if (!panelAccepted(*this))
+        return;
     pushButtonGo->setEnabled(false);
     pushButtonView->setEnabled(true);
     setEnabled(false);
@@ -138,4 +212,39 @@ void MainWindow::refreshMainWindow()
     setEnabled(true);
     pushButtonView->setEnabled(true);
     pushButtonGo->setEnabled(false);
+}
+
+void MainWindow::setPanelAccessibleNames()
+{
+    // Names come from the labels on screen, so a screen reader reads what a
+    // sighted user sees; the two columns add the column heading.
+    const QList<QLabel *> rowLabels{labelCarrierFreq, labelModFreq, labelModDepth, labelFreqDiff,
+                                    labelDuration};
+    const QList<QLineEdit *> standardColumn{lineEditCarrierFreqStd, lineEditModFreqStd,
+                                            lineEditModDepthStd, lineEditFreqDiffStd,
+                                            lineEditDurationStd};
+    const QList<QLineEdit *> deviantColumn{lineEditCarrierFreqDev, lineEditModFreqDev,
+                                           lineEditModDepthDev, lineEditFreqDiffDev,
+                                           lineEditDurationDev};
+    for (int r = 0; r < rowLabels.size(); ++r) {
+        standardColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelStandard->text());
+        deviantColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelDeviant->text());
+    }
+    const QList<QPair<QLabel *, QWidget *>> rows{{labelSesType, comboBoxSesType},
+                                                 {labelSoundType, comboBoxSoundType},
+                                                 {labelMainParameter, comboBoxMainParameter},
+                                                 {labelNumReversals, lineEditNumReversals},
+                                                 {labelRevToCalc, lineEditRevToCalc},
+                                                 {labelSilentInterval, lineEditSilentInterval},
+                                                 {labelSamplingRate, lineEditSamplingRate},
+                                                 {labelSubCode, lineEditSubCode},
+                                                 {labelSesNum, lineEditSesNum},
+                                                 {labelFilePath, lineEditFilePath},
+                                                 {labelFileName, lineEditFileName}};
+    for (const auto &row : rows) {
+        row.second->setAccessibleName(row.first->text());
+        row.first->setBuddy(row.second);
+    }
+    for (QCheckBox *box : {checkBoxSaveData, checkBoxResetMdFd})
+        box->setAccessibleName(box->text());
 }
