@@ -4,7 +4,6 @@
 
 #include <QGuiApplication>
 #include <QLabel>
-#include <QPointer>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
@@ -272,19 +271,6 @@ private slots:
         run.window->finishExperiment(threshold, reactionTime, mainParameter, cfStd);
         QCOMPARE(run.window->labelResult->text(), text);
         QVERIFY(run.window->labelResult->isVisible());
-    }
-
-    void parentTakesWindowAlong()
-    {
-        auto *parent = new QMainWindow;
-        auto *w = new SubjectWindow(parent);
-        QPointer<SubjectWindow> window(w);
-        QPointer<QPushButton> done(w->pushButtonDone);
-        QPointer<QWidget> central(w->centralWidget);
-        delete parent;
-        QVERIFY(window.isNull());
-        QVERIFY(done.isNull());
-        QVERIFY(central.isNull());
     }
 };
 
