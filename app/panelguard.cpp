@@ -55,8 +55,6 @@ QVector<PanelGuard::Problem> PanelGuard::check(const SessionParameters &p)
         rateUsable ? QString("below %1 Hz (half the sampling rate)").arg(number(nyquist))
                    : QString("below half the sampling rate");
 
-    // A frequency difference is stored as a fraction of the standard carrier,
-    // so the carrier of the standard decides whether a fraction can be formed.
     const bool trackingFrequency = p.mainParameter == 0;
     const double cf0 = p.carrierFrequency[0];
     // The reset derives the deviant carrier from the standard's, so a deviant
@@ -81,6 +79,8 @@ QVector<PanelGuard::Problem> PanelGuard::check(const SessionParameters &p)
         if (!within(p.modulationDepth[i], 0.0, 1.0))
             refuse(QString("Modulation depth (%)") + column[i], "0 to 100 %");
     }
+    // A frequency difference is a fraction of the standard carrier; with an
+    // unusable carrier the fraction means nothing and only the carrier is reported.
     if (std::isfinite(cf0) && cf0 >= 0) {
         for (int i = 0; i < 2; ++i) {
             if (!within(p.frequencyDifference[i], 0.0, maxFrequencyFraction))
@@ -112,7 +112,8 @@ QVector<PanelGuard::Problem> PanelGuard::check(const SessionParameters &p)
         refuse("Number of reversals", QString("%1 to %2").arg(minReversals).arg(maxReversals));
     // A count above the number of reversals has already been lowered to it; a
     // count below 1 would average nothing. With an unusable number of reversals
-    // the lowered count says nothing about what was typed, so it waits for that.
+    // the lowered count is not what was typed, so it is checked only once the
+    // number of reversals is usable.
     if (reversalsUsable && p.reversalsToCalculate < 1)
         refuse("Reversals to calculate",
                "1 or more (a value above the number of reversals is lowered to it)");
