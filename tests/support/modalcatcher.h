@@ -37,7 +37,7 @@ public:
 private:
     void poll()
     {
-        QTimer::singleShot(pollMs, [this] {
+        QTimer::singleShot(pollMs, &lifetime, [this] {
             if (pending == 0)
                 return;
             QWidget *modal = QApplication::activeModalWidget();
@@ -66,6 +66,9 @@ private:
     }
 
     static constexpr int pollMs = 10;
+    // Context of the polling timers: a catcher that goes away (say, after a
+    // failed test) takes its pending polls with it.
+    QObject lifetime;
     int pending = 0;
     QMessageBox::StandardButton answer = QMessageBox::Ok;
 };
