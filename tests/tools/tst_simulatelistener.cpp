@@ -8,7 +8,9 @@
 #include <QComboBox>
 #include <QImage>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest>
 
 #include <cmath>
@@ -185,6 +187,66 @@ private slots:
             QVERIFY(outcome.reachedUpperLimit);
             QCOMPARE(outcome.trials.last().value, mainParameter == 0 ? 0.9999 : 1.0);
         }
+    }
+
+    void toolEndsWhereTheWindowEnds_data()
+    {
+        QTest::addColumn<int>("mainParameter");
+        QTest::addColumn<double>("shareRight");
+        QTest::addColumn<int>("leadingWrong");
+        QTest::addColumn<quint64>("seed");
+        QTest::newRow("depth, chance") << 1 << 0.5 << 0 << quint64(1);
+        QTest::newRow("depth, mostly right") << 1 << 0.85 << 0 << quint64(2);
+        QTest::newRow("depth, into the ceiling first") << 1 << 0.7 << 6 << quint64(3);
+        QTest::newRow("frequency, two thirds") << 0 << 0.67 << 0 << quint64(4);
+        QTest::newRow("frequency, into the ceiling first") << 0 << 0.6 << 12 << quint64(5);
+    }
+
+    void toolEndsWhereTheWindowEnds()
+    {
+        QFETCH(int, mainParameter);
+        QFETCH(double, shareRight);
+        QFETCH(int, leadingWrong);
+        QFETCH(quint64, seed);
+        std::mt19937_64 answerSource(seed);
+        QVector<bool> answers(leadingWrong, false);
+        while (answers.size() < 500)
+            answers.append(std::uniform_real_distribution<double>()(answerSource) < shareRight);
+
+        int toolAnswers = 0;
+        std::mt19937_64 generator(seed);
+        const RunOutcome tool = Simulation::run(Simulation::startRecord(mainParameter), generator,
+                                                scripted(answers, toolAnswers), answers.size());
+        QVERIFY(tool.finished);
+
+        // The window, from View, answered through the participant window's signal slot.
+        MainWindow window;
+        if (mainParameter == 0) {
+            window.comboBoxSoundType->setCurrentIndex(0);
+            window.comboBoxMainParameter->setCurrentIndex(0);
+        }
+        window.on_pushButtonView_clicked();
+        QSignalSpy done(&window, &MainWindow::doneDataCollection);
+        window.updateMainwindow(0);
+        int windowAnswers = 0;
+        while (done.isEmpty() && windowAnswers < answers.size()) {
+            const int position = window.params.stimPosition;
+            window.updateMainwindow(answers[windowAnswers++] ? position : 5 - position);
+        }
+        window.soundTimer->stop();
+
+        QCOMPARE(done.count(), 1);
+        QCOMPARE(windowAnswers, toolAnswers);
+        QCOMPARE(window.params.trials.size(), tool.trials.size());
+        for (int i = 0; i < tool.trials.size(); ++i) {
+            QCOMPARE(window.params.trials[i].value, tool.trials[i].value);
+            QCOMPARE(window.params.trials[i].correct, tool.trials[i].correct);
+        }
+        QCOMPARE(window.params.reversalValues, tool.reversalValues);
+        QCOMPARE(window.params.threshold, tool.threshold);
+        QCOMPARE(done.first().at(0).toDouble(), tool.threshold);
+        if (leadingWrong > 0)
+            QVERIFY(tool.reachedUpperLimit);
     }
 
     void stepListenerConvergence_data()

@@ -9,6 +9,8 @@
 #include <QFile>
 #include <QTextStream>
 
+#include <algorithm>
+#include <cstdlib>
 #include <random>
 
 namespace

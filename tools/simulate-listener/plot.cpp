@@ -5,7 +5,6 @@
 
 #include <QApplication>
 #include <QHBoxLayout>
-#include <QImage>
 #include <QPainter>
 #include <QWidget>
 #include <QtCharts/QAreaSeries>
