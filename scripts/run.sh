@@ -9,7 +9,7 @@ cd "$root"
 
 scripts/deps.sh
 cmake -S . -B build/run -DCMAKE_BUILD_TYPE=Release -DVELTRANE_TESTS=OFF >/dev/null
-cmake --build build/run -j2 --target veltrane
+cmake --build build/run -j2 --target veltrane simulate-listener
 program="$root/build/run/veltrane"
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
