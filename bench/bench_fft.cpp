@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -73,6 +75,9 @@ BENCHMARK(BM_FFTW)->RangeMultiplier(2)->Range(1024, 65536)->Unit(benchmark::kMic
 class RecordingReporter : public benchmark::ConsoleReporter
 {
 public:
+    // Colours only on a terminal, so that redirected output stays plain text.
+    RecordingReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_Defaults : OO_Tabular) {}
+
     std::map<std::string, double> seconds;
 
     void ReportRuns(const std::vector<Run> &runs) override
