@@ -73,7 +73,8 @@ MainWindow::MainWindow(QWidget *parent)
       subjectWindow(nullptr), soundTimer(nullptr), reactionClock(nullptr),
       reactionClockStarts(0), sequenceLength(0), sequenceIndex(0), audioBytes(nullptr),
       audioBuffer(nullptr), audioOutput(nullptr), centreWindow(true), widthFraction(0.8),
-      heightFraction(0.9)
+      heightFraction(0.9), intervalTimer(nullptr), standardSoundRate(0.0),
+      deviantSoundRate(0.0)
 {
     // lineEditFilePath is built before params in declaration order, so it
     // takes the record's desktop folder here.
@@ -107,6 +108,7 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow()
 {
+    releasePlayback();
     // The views own their charts, and the charts their series and axes, so
     // deleting a view releases its whole chart with nothing still attached.
     delete chartViewWaveStd;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sessionparameters.h"
+#include "../stimulus/soundinginterval.h"
 
 #include <QAudio>
 #include <QAudioFormat>
@@ -85,6 +86,15 @@ public:
 
     // Results file (procedure/mainwindow_results.cpp).
     void saveResults();
+
+    // Playback beyond the two slots (stimulus/playback.cpp).
+    void checkInterval();
+    void finishInterval();
+    void endTrial();
+    void overtakeInterval();
+    void releaseInterval(const SoundingInterval &interval);
+    void releaseExpiredIntervals();
+    void releasePlayback();
 
     // Synthesis (stimulus/mainwindow_synthesis.cpp).
     void generateSounds();
@@ -239,4 +249,15 @@ public:
     bool centreWindow;
     double widthFraction;
     double heightFraction;
+
+    // 13. Playback bookkeeping (stimulus/playback.cpp): the fallback that ends
+    // an interval whose output never reports idle with its deadline and limit,
+    // the sampling rates the two sounds were built at, and intervals overtaken
+    // by the next tick.
+    QTimer *intervalTimer;
+    QDeadlineTimer intervalDeadline;
+    QDeadlineTimer intervalLimit;
+    double standardSoundRate;
+    double deviantSoundRate;
+    QVector<SoundingInterval> overtakenIntervals;
 };

@@ -7,8 +7,12 @@ void MainWindow::generateSounds()
         waveformTime = Synthesis::timeAxis(qMax(params.displaySamples[0], params.displaySamples[1]),
                                            params.samplingRate);
         standardSound = Synthesis::synthesise(params, 0);
+        standardSoundRate = params.samplingRate;
     }
     deviantSound = Synthesis::synthesise(params, 1);
+    // Playback sets the output's rate from these, so a sound keeps its pitch
+    // even when the panel's rate changed after it was built.
+    deviantSoundRate = params.samplingRate;
     if (params.equaliseRms)
         Synthesis::equaliseRms(standardSound, deviantSound);
 }

@@ -1,0 +1,200 @@
+// Timing report of the sounds: plays a run with the panel's default settings
+// into a private PulseAudio pipe sink, answered by a simulated participant, and
+// prints for every trial what came out of the audio output: the onset of each
+// interval, the inter-onset intervals against the timer period, how long after
+// its tick each sound began, and the delay from the true end of sound 4 to the
+// start of the reaction-time clock. Every interval is also compared bit for bit
+// with the sound it should carry.
+//
+//   timing_report [--trials N] [--coarse-timer]
+//
+// --trials N stops after N trials (default: the whole run, about 25 trials of
+// 7 s each); --coarse-timer restarts the sound timer as a coarse timer after
+// every answer, for comparison with the precise timer the program uses.
+
+#include "app/mainwindow.h"
+#include "stimulus/samplebytes.h"
+#include "support/pulsecapture.h"
+#include "support/simulatedparticipant.h"
+#include "support/trialobserver.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace
+{
+
+struct Summary {
+    QVector<double> values;
+    void add(double v) { values.append(v); }
+    double mean() const
+    {
+        double s = 0;
+        for (double v : values)
+            s += v;
+        return values.isEmpty() ? 0 : s / values.size();
+    }
+    double min() const { return *std::min_element(values.begin(), values.end()); }
+    double max() const { return *std::max_element(values.begin(), values.end()); }
+    double maxAbs() const
+    {
+        double m = 0;
+        for (double v : values)
+            m = std::max(m, std::fabs(v));
+        return m;
+    }
+};
+
+int usage()
+{
+    std::fprintf(stderr, "usage: timing_report [--trials N] [--coarse-timer]\n");
+    return 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // The report shows no window; it needs no display.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    int maxTrials = 0;
+    bool coarse = false;
+    const QStringList args = app.arguments();
+    for (int i = 1; i < args.size(); ++i) {
+        if (args[i] == "--trials" && i + 1 < args.size())
+            maxTrials = args[++i].toInt();
+        else if (args[i] == "--coarse-timer")
+            coarse = true;
+        else
+            return usage();
+    }
+
+    PulseCapture capture;
+    QString error;
+    if (!capture.start(&error)) {
+        std::fprintf(stderr, "timing_report: %s\n", qPrintable(error));
+        return 1;
+    }
+    // Only the report's own lines on stdout; the program's log is not wanted here.
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
+        if (type != QtDebugMsg)
+            std::fprintf(stderr, "%s\n", qPrintable(text));
+    });
+
+    MainWindow window;
+    window.on_pushButtonView_clicked();
+    const int period =
+        static_cast<int>(1000 * std::max(window.params.duration[0], window.params.duration[1]) +
+                         1000 * window.params.silentInterval);
+    TrialObserver observer(window, &capture);
+    SimulatedParticipant participant(window, 0.2, 500);
+    // When each trial's timer was started: right after the code that started it.
+    QVector<qint64> timerStarts;
+    participant.afterResponse = [&] {
+        if (coarse && window.soundTimer->isActive()) {
+            window.soundTimer->setTimerType(Qt::CoarseTimer);
+            window.soundTimer->start();
+        }
+        timerStarts.append(PulseCapture::nowNs());
+    };
+
+    QEventLoop loop;
+    int ended = 0;
+    QObject::connect(&window, &MainWindow::soundPlaying, &loop, [&](int index) {
+        if (index == -1 && ++ended == maxTrials)
+            QTimer::singleShot(0, &loop, &QEventLoop::quit);
+    });
+    QObject::connect(&window, &MainWindow::doneDataCollection, &loop,
+                     [&] { QTimer::singleShot(0, &loop, &QEventLoop::quit); });
+    if (maxTrials > 0) {
+        // Stop answering once enough trials have been heard.
+        QObject::connect(&window, &MainWindow::soundPlaying, &loop, [&](int index) {
+            if (index == -1 && ended >= maxTrials)
+                window.blockSignals(true);
+        });
+    }
+    QTimer::singleShot(0, &loop, [&] { participant.pressReady(); });
+    loop.exec();
+    window.blockSignals(false);
+
+    std::printf("Timing report: %s timer, period %d ms, %d trials\n", coarse ? "coarse" : "precise",
+                period, observer.trials.size());
+    std::printf("Onsets in ms on the audio output's timeline; tick 1 = first tick after the\n"
+                "timer started, minus the period (measured when soundPlaying(1) is emitted,\n"
+                "after the output has been started); IOI = inter-onset interval; latency = tick\n"
+                "to first sample out; end->clock = end of sound 4 to the reaction-time clock.\n\n");
+    std::printf("%5s %3s %10s %7s %9s %9s %9s   %-27s %10s %5s\n", "trial", "dev", "onset 1",
+                "tick 1", "IOI 1-2", "IOI 2-3", "IOI 3-4", "latency 1/2/3/4 (ms)", "end->clock",
+                "exact");
+    Summary ioiError, firstTick, lateTicks, latency, endToClock;
+    int exact = 0;
+    int intervals = 0;
+    qint64 firstOnset = -1;
+    for (int t = 0; t < observer.trials.size(); ++t) {
+        const TrialObserver::Trial &trial = observer.trials[t];
+        if (trial.startNs.size() != 4 || trial.endNs < 0)
+            continue;
+        qint64 onset[4];
+        bool allExact = true;
+        QByteArray lastSound;
+        for (int k = 0; k < 4; ++k) {
+            const QByteArray sound =
+                float32LittleEndian(k + 1 == trial.stimPosition ? trial.deviant : trial.standard);
+            onset[k] = capture.onsetOf(sound, trial.startPosition[k] - PulseCapture::rate / 100,
+                                       PulseCapture::rate);
+            const bool same = onset[k] >= 0 && capture.bytes(onset[k], sound.size() / 4) == sound;
+            allExact = allExact && same;
+            exact += same;
+            ++intervals;
+            if (onset[k] >= 0)
+                latency.add((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6);
+            lastSound = sound;
+        }
+        if (firstOnset < 0)
+            firstOnset = onset[0];
+        double ioi[3];
+        for (int k = 0; k < 3; ++k) {
+            ioi[k] = (onset[k + 1] - onset[k]) * 1000.0 / PulseCapture::rate;
+            ioiError.add(ioi[k] - period);
+        }
+        const qint64 endSample = onset[3] + lastSound.size() / 4 - 1;
+        const double delay = (trial.endNs - capture.arrivalNs(endSample)) / 1e6;
+        endToClock.add(delay);
+        const double tick1 =
+            t < timerStarts.size() ? (trial.startNs[0] - timerStarts[t]) / 1e6 - period : 0.0;
+        firstTick.add(tick1);
+        for (int k = 0; k < 4 && t < timerStarts.size(); ++k)
+            lateTicks.add((trial.startNs[k] - timerStarts[t]) / 1e6 - (k + 1.0) * period);
+        QString lat;
+        for (int k = 0; k < 4; ++k)
+            lat += QString::number((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6, 'f', 1) +
+                   (k < 3 ? "/" : "");
+        std::printf("%5d %3d %10.1f %+7.1f %9.1f %9.1f %9.1f   %-27s %+10.1f %5s\n", t + 1,
+                    trial.stimPosition, (onset[0] - firstOnset) * 1000.0 / PulseCapture::rate,
+                    tick1, ioi[0], ioi[1], ioi[2], qPrintable(lat), delay, allExact ? "yes" : "NO");
+    }
+    if (ioiError.values.isEmpty()) {
+        std::fprintf(stderr, "timing_report: no complete trial was captured\n");
+        return 1;
+    }
+    std::printf("\nIOI minus period: mean %+.2f ms, largest deviation %.1f ms (%d IOIs)\n",
+                ioiError.mean(), ioiError.maxAbs(), ioiError.values.size());
+    std::printf("First tick minus period: mean %+.2f ms, largest deviation %.1f ms\n",
+                firstTick.mean(), firstTick.maxAbs());
+    std::printf("soundPlaying(k) after its due time (timer and output start): mean %+.2f ms, "
+                "min %+.1f, max %+.1f\n",
+                lateTicks.mean(), lateTicks.min(), lateTicks.max());
+    std::printf("Latency tick to sound: mean %.1f ms, min %.1f, max %.1f\n", latency.mean(),
+                latency.min(), latency.max());
+    std::printf("End of sound 4 to reaction-time clock: mean %+.1f ms, min %+.1f, max %+.1f\n",
+                endToClock.mean(), endToClock.min(), endToClock.max());
+    std::printf("Intervals identical bit for bit to their sound: %d of %d\n", exact, intervals);
+    return exact == intervals ? 0 : 1;
+}
