@@ -207,13 +207,8 @@ private slots:
             w.updateMainwindow(t == 0 ? 0 : w.params.stimPosition);
             QVERIFY(waitForTrialEnds(playing, t + 1));
         }
-        const qint64 periodSamples = period * PulseCapture::rate / 1000;
-        // Tolerance of an onset: the sink renders in 2 ms blocks, a precise
-        // timer fires within 1 ms, and the output's start-up latency varied by
-        // under 6 ms in the timing report; the rest allows for a loaded machine
-        // (two test builds at once). 15 ms is under 1 % of the default period,
-        // where a coarse timer may be off by 5 % (80 ms).
-        const qint64 tolerance = 15 * PulseCapture::rate / 1000;
+        // Inter-onset intervals, in ms, of all trials.
+        QVector<double> iois;
         for (int t = 0; t < observer.trials.size(); ++t) {
             const TrialObserver::Trial &trial = observer.trials[t];
             QCOMPARE(trial.startNs.size(), 4);
@@ -237,26 +232,38 @@ private slots:
                                         .arg(deviant ? "deviant" : "standard")));
                 lastSample = onset[k] + n - 1;
             }
-            for (int k = 0; k < 3; ++k) {
-                const qint64 ioi = onset[k + 1] - onset[k];
-                QVERIFY2(std::abs(ioi - periodSamples) <= tolerance,
-                         qPrintable(QString("trial %1: onsets %2 and %3 are %4 ms apart")
-                                        .arg(t + 1)
-                                        .arg(k + 1)
-                                        .arg(k + 2)
-                                        .arg(ioi * 1000.0 / PulseCapture::rate)));
-            }
+            for (int k = 0; k < 3; ++k)
+                iois.append((onset[k + 1] - onset[k]) * 1000.0 / PulseCapture::rate);
             // Sound 1 starts one period after the trial's start, not at once,
             // plus the output's start-up latency.
             const double firstMs = (capture.arrivalNs(onset[0]) - readyNs[t]) / 1e6;
             QVERIFY2(firstMs >= period && firstMs <= period + 100,
                      qPrintable(QString::number(firstMs)));
-            // The clock starts after the last sample came out (within one 2 ms
-            // block) and soon after it.
+            // The clock starts once the last sample has come out and soon after
+            // (2.2 ms on average in the timing report). The bound below zero
+            // allows for the sink's 2 ms blocks and for the capture thread
+            // noting a block late on a loaded machine.
             const double endToClockMs = (trial.endNs - capture.arrivalNs(lastSample)) / 1e6;
-            QVERIFY2(endToClockMs >= -5 && endToClockMs <= 100,
+            QVERIFY2(endToClockMs >= -10 && endToClockMs <= 100,
                      qPrintable(QString("end of sound 4 to clock: %1 ms").arg(endToClockMs)));
         }
+        // The onsets are one period apart. Typically within 2 ms: the sink
+        // renders in 2 ms blocks, a precise timer fires within 1 ms and the
+        // output's start-up latency is steady. The median must stay within
+        // 3 ms of the period, which a wrong period, a drift or a coarse timer
+        // (up to 5 %, 20 ms here) would miss; single intervals may stray by
+        // up to 50 ms when other work holds the machine's two cores, as the
+        // timing report saw up to 26 ms under load.
+        const QString all = [&iois] {
+            QStringList t;
+            for (double ioi : iois)
+                t << QString::number(ioi);
+            return t.join(' ');
+        }();
+        std::sort(iois.begin(), iois.end());
+        QVERIFY2(std::fabs(iois[iois.size() / 2] - period) <= 3, qPrintable(all));
+        QVERIFY2(std::fabs(iois.first() - period) <= 50 && std::fabs(iois.last() - period) <= 50,
+                 qPrintable(all));
     }
 
     // A rate changed on the panel: the output runs at the rate the sounds were
@@ -305,6 +312,31 @@ private slots:
         w.updateMainwindow(0);
         QVERIFY(waitForTrialEnds(playing, 2));
         QCOMPARE(w.audioFormat.sampleRate(), 40000);
+    }
+
+    // Go reads a changed rate without rebuilding the sounds; after the first
+    // answer only the deviant is rebuilt, at the new rate. Each interval then
+    // plays at the rate of its own sound.
+    void eachSoundAtItsOwnRate()
+    {
+        MainWindow w;
+        shortSettings(w, 50, 50);
+        w.params.samplingRate = 20000;
+        w.params.nSamples = {1000, 1000};
+        w.params.trialCount = 1;
+        w.generateSounds();
+        QCOMPARE(w.standardSound.size(), 2000);
+        QCOMPARE(w.deviantSound.size(), 1000);
+        w.deviantFlags = {false, true, false, false};
+        w.sequenceIndex = 0;
+        QVector<int> rates;
+        for (int k = 0; k < 4; ++k) {
+            w.playOneSound();
+            rates.append(w.audioFormat.sampleRate());
+        }
+        QCOMPARE(rates, QVector<int>({40000, 20000, 40000, 40000}));
+        QSignalSpy playing(&w, &MainWindow::soundPlaying);
+        QVERIFY(waitForTrialEnds(playing, 1, 5000));
     }
 
     // With no silent interval the next tick comes while the previous sound is
