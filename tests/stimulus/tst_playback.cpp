@@ -68,6 +68,25 @@ bool waitForTrialEnds(QSignalSpy &spy, int ends, int timeoutMs = 10000)
     return count() >= ends;
 }
 
+double median(QVector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double listedMax(const QVector<double> &values)
+{
+    return values.isEmpty() ? 0.0 : *std::max_element(values.begin(), values.end());
+}
+
+QString listed(const QVector<double> &values)
+{
+    QStringList texts;
+    for (double v : values)
+        texts << QString::number(v);
+    return texts.join(' ');
+}
+
 const char *const childOption = "--trial-without-server";
 
 // Child process: one trial with no audio server reachable. Prints each index
@@ -201,14 +220,18 @@ private slots:
         shortSettings(w, 200, 200);
         TrialObserver observer(w, &capture);
         QSignalSpy playing(&w, &MainWindow::soundPlaying);
-        QVector<qint64> readyNs;
+        QVector<qint64> timerStartNs;
         for (int t = 0; t < 3; ++t) {
-            readyNs.append(PulseCapture::nowNs());
+            // After an answer the next trial's sounds and charts are built
+            // first; the timer starts when that work is done.
             w.updateMainwindow(t == 0 ? 0 : w.params.stimPosition);
+            timerStartNs.append(PulseCapture::nowNs());
             QVERIFY(waitForTrialEnds(playing, t + 1));
         }
-        // Inter-onset intervals, in ms, of all trials.
-        QVector<double> iois;
+        // Inter-onset intervals, delays of sound 1 beyond the period, and
+        // delays from the end of sound 4 to the clock, in ms, of all trials.
+        QVector<double> iois, firstDelays, endToClock;
+        QCOMPARE(observer.trials.size(), 3);
         for (int t = 0; t < observer.trials.size(); ++t) {
             const TrialObserver::Trial &trial = observer.trials[t];
             QCOMPARE(trial.startNs.size(), 4);
@@ -234,36 +257,34 @@ private slots:
             }
             for (int k = 0; k < 3; ++k)
                 iois.append((onset[k + 1] - onset[k]) * 1000.0 / PulseCapture::rate);
-            // Sound 1 starts one period after the trial's start, not at once,
-            // plus the output's start-up latency.
-            const double firstMs = (capture.arrivalNs(onset[0]) - readyNs[t]) / 1e6;
-            QVERIFY2(firstMs >= period && firstMs <= period + 100,
-                     qPrintable(QString::number(firstMs)));
-            // The clock starts once the last sample has come out and soon after
-            // (2.2 ms on average in the timing report). The bound below zero
-            // allows for the sink's 2 ms blocks and for the capture thread
-            // noting a block late on a loaded machine.
+            // Sound 1 starts one period after the timer was started, never sooner.
+            const double firstMs = (capture.arrivalNs(onset[0]) - timerStartNs[t]) / 1e6;
+            QVERIFY2(firstMs >= period, qPrintable(QString::number(firstMs)));
+            firstDelays.append(firstMs - period);
+            // The clock starts once the last sample has come out. The bound
+            // below zero allows for the sink's 2 ms blocks and for the capture
+            // thread noting a block late on a loaded machine.
             const double endToClockMs = (trial.endNs - capture.arrivalNs(lastSample)) / 1e6;
-            QVERIFY2(endToClockMs >= -10 && endToClockMs <= 100,
-                     qPrintable(QString("end of sound 4 to clock: %1 ms").arg(endToClockMs)));
+            QVERIFY2(endToClockMs >= -10, qPrintable(QString::number(endToClockMs)));
+            endToClock.append(endToClockMs);
         }
-        // The onsets are one period apart. Typically within 2 ms: the sink
-        // renders in 2 ms blocks, a precise timer fires within 1 ms and the
-        // output's start-up latency is steady. The median must stay within
-        // 3 ms of the period, which a wrong period, a drift or a coarse timer
-        // (up to 5 %, 20 ms here) would miss; single intervals may stray by
-        // up to 50 ms when other work holds the machine's two cores, as the
-        // timing report saw up to 26 ms under load.
-        const QString all = [&iois] {
-            QStringList t;
-            for (double ioi : iois)
-                t << QString::number(ioi);
-            return t.join(' ');
-        }();
-        std::sort(iois.begin(), iois.end());
-        QVERIFY2(std::fabs(iois[iois.size() / 2] - period) <= 3, qPrintable(all));
-        QVERIFY2(std::fabs(iois.first() - period) <= 50 && std::fabs(iois.last() - period) <= 50,
-                 qPrintable(all));
+        // Typical figures come within a few milliseconds: the sink renders in
+        // 2 ms blocks, a precise timer fires within 1 ms, and an output starts
+        // sounding about 22 ms after its tick and reports its end about 2 ms
+        // after the last sample (timing report). The medians are held to that,
+        // which a wrong period, a drift, a coarse timer (up to 5 %, 20 ms here)
+        // or a clock started late would miss. Single values may stray while
+        // other work holds the machine's two cores (the timing report saw an
+        // interval 26 ms off, and a loaded test run a first sound 100 ms late),
+        // so they are only held to bounds that catch a lost or added interval.
+        QVERIFY2(std::fabs(median(iois) - period) <= 3, qPrintable(listed(iois)));
+        QVERIFY2(std::all_of(iois.begin(), iois.end(),
+                             [](double ioi) { return std::fabs(ioi - period) <= 100; }),
+                 qPrintable(listed(iois)));
+        QVERIFY2(median(firstDelays) <= 50 && listedMax(firstDelays) <= 300,
+                 qPrintable(listed(firstDelays)));
+        QVERIFY2(median(endToClock) <= 20 && listedMax(endToClock) <= 300,
+                 qPrintable(listed(endToClock)));
     }
 
     // A rate changed on the panel: the output runs at the rate the sounds were

@@ -92,8 +92,8 @@ bool PulseCapture::start(QString *error)
     // The daemon runs under a shell that stops it when this process's end of
     // the shell's input closes, so that no daemon outlives a crashed test.
     daemon.setProcessEnvironment(environment);
-    daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     daemon.setStandardOutputFile(QProcess::nullDevice());
+    daemon.setStandardErrorFile(dir.filePath("pulse.stderr"));
     daemon.start("sh", {"-c",
                         "pulseaudio -n -F \"$1\" --daemonize=no --exit-idle-time=-1 "
                         "--disallow-exit --use-pid-file=no --log-target=file:\"$2\" & p=$!; "
