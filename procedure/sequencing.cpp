@@ -8,7 +8,6 @@
 #include <QTimer>
 
 #include <climits>
-#include <cmath>
 
 namespace
 {
