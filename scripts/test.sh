@@ -8,6 +8,10 @@ cd "$root"
 
 scripts/deps.sh
 
+# Compiler cache keyed on paths relative to the checkout, so a fresh clone
+# reuses what an earlier build compiled.
+export CCACHE_BASEDIR="$root"
+
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j2
 cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELTRANE_SANITIZE=ON >/dev/null
