@@ -8,6 +8,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 scripts/deps.sh
+export CCACHE_BASEDIR="$root"
 cmake -S . -B build/run -DCMAKE_BUILD_TYPE=Release -DVELTRANE_TESTS=OFF >/dev/null
 cmake --build build/run -j2 --target veltrane simulate-listener
 program="$root/build/run/veltrane"
