@@ -159,6 +159,8 @@ void MainWindow::buildLayout()
         g->addWidget(rowLabels[r], 4 + r, 0);
         g->addWidget(standardColumn[r], 4 + r, 1);
         g->addWidget(deviantColumn[r], 4 + r, 2);
+        standardColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelStandard->text());
+        deviantColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelDeviant->text());
     }
     g->addWidget(labelNumReversals, 9, 0);
     g->addWidget(lineEditNumReversals, 9, 1);

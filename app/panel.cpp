@@ -217,19 +217,8 @@ void MainWindow::refreshMainWindow()
 void MainWindow::setPanelAccessibleNames()
 {
     // Names come from the labels on screen, so a screen reader reads what a
-    // sighted user sees; the two columns add the column heading.
-    const QList<QLabel *> rowLabels{labelCarrierFreq, labelModFreq, labelModDepth, labelFreqDiff,
-                                    labelDuration};
-    const QList<QLineEdit *> standardColumn{lineEditCarrierFreqStd, lineEditModFreqStd,
-                                            lineEditModDepthStd, lineEditFreqDiffStd,
-                                            lineEditDurationStd};
-    const QList<QLineEdit *> deviantColumn{lineEditCarrierFreqDev, lineEditModFreqDev,
-                                           lineEditModDepthDev, lineEditFreqDiffDev,
-                                           lineEditDurationDev};
-    for (int r = 0; r < rowLabels.size(); ++r) {
-        standardColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelStandard->text());
-        deviantColumn[r]->setAccessibleName(rowLabels[r]->text() + " " + labelDeviant->text());
-    }
+    // sighted user sees. The Standard and Deviant boxes are named where the
+    // layout places them, with their column heading.
     const QList<QPair<QLabel *, QWidget *>> rows{{labelSesType, comboBoxSesType},
                                                  {labelSoundType, comboBoxSoundType},
                                                  {labelMainParameter, comboBoxMainParameter},
