@@ -3,8 +3,10 @@
 
 #include <QtTest>
 
+#include <climits>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 // Reference amplitudes come from a direct evaluation of the discrete Fourier
 // transform in this file, |sum x[m] e^(-2 pi i k m / N)| / (n / 2), and from
@@ -18,8 +20,7 @@ private:
     {
         const long double pi = 3.141592653589793238462643383279502884L;
         long double re = 0, im = 0;
-        const int n = qMin(x.size(), length);
-        for (int m = 0; m < n; ++m) {
+        for (int m = 0; m < qMin(x.size(), length); ++m) {
             const long double a = -2 * pi * ((static_cast<long long>(k) * m) % length) / length;
             re += x[m] * std::cos(a);
             im += x[m] * std::sin(a);
@@ -32,6 +33,7 @@ private:
         return std::abs(actual - expected) <= tolerance * qMax(1.0, std::abs(expected));
     }
 
+    // Bins not written stay at -1.
     static QVector<double> spectrumOf(const QVector<double> &sound, int length)
     {
         QVector<double> amplitude(length / 2, -1.0);
@@ -39,153 +41,63 @@ private:
         return amplitude;
     }
 
-    static QVector<double> pseudoRandom(int n, unsigned seed)
-    {
-        QVector<double> x(n);
-        for (double &v : x) {
-            seed = seed * 1103515245u + 12345u;
-            v = ((seed >> 16) & 0x7fff) / 16383.5 - 1.0;
-        }
-        return x;
-    }
-
 private slots:
-    void transformLength_data()
+    void lengthsAndBins()
     {
-        QTest::addColumn<int>("n");
-        QTest::addColumn<int>("expected");
-        QTest::newRow("start-up 24000") << 24000 << 32768;
-        QTest::newRow("30000 padded") << 30000 << 32768;
-        QTest::newRow("exact 32768") << 32768 << 32768;
-        QTest::newRow("one above") << 32769 << 65536;
-        QTest::newRow("40000") << 40000 << 65536;
-        QTest::newRow("3") << 3 << 4;
-        QTest::newRow("2") << 2 << 2;
-        QTest::newRow("1") << 1 << 1;
-        QTest::newRow("empty") << 0 << 1;
-        QTest::newRow("negative") << -5 << 1;
-        QTest::newRow("beyond the largest transform") << (1 << 30) + 1 << (1 << 30);
-        QTest::newRow("int max") << std::numeric_limits<int>::max() << (1 << 30);
-    }
-
-    void transformLength()
-    {
-        QFETCH(int, n);
-        QFETCH(int, expected);
-        QCOMPARE(Spectrum::transformLength(n), expected);
-    }
-
-    void everyPowerOfTwoIsItsOwnLength()
-    {
+        // The smallest power of two not below n, limited to 1 .. 2^30.
+        const int lengths[][2] = {{-5, 1},           {0, 1},         {3, 4},
+                                  {24000, 32768},    {32769, 65536}, {(1 << 30) + 1, 1 << 30},
+                                  {INT_MAX, 1 << 30}};
+        for (const auto &[n, expected] : lengths)
+            QCOMPARE(Spectrum::transformLength(n), expected);
         for (int b = 0; b <= 30; ++b)
             QCOMPARE(Spectrum::transformLength(1 << b), 1 << b);
-    }
 
-    void drawnBinCount_data()
-    {
         const double inf = std::numeric_limits<double>::infinity();
-        QTest::addColumn<double>("maxFrequency");
-        QTest::addColumn<double>("duration");
-        QTest::addColumn<int>("bins");
-        QTest::addColumn<int>("expected");
-        QTest::newRow("start-up: 2000 Hz x 0.8192 s") << 2000.0 << 0.8192 << 16384 << 1638;
-        QTest::newRow("lowered to the computed bins") << 2000.0 << 0.8192 << 1000 << 1000;
-        QTest::newRow("sampling rate 0 gives an infinite duration")
-            << 2000.0 << inf << 16384 << 16384;
-        QTest::newRow("not a number") << 2000.0 << std::nan("") << 16384 << 0;
-        QTest::newRow("negative") << -2000.0 << 0.8192 << 16384 << 0;
-    }
+        QCOMPARE(Spectrum::drawnBinCount(2000.0, 0.8192, 16384), 1638);
+        QCOMPARE(Spectrum::drawnBinCount(2000.0, 0.8192, 1000), 1000);
+        QCOMPARE(Spectrum::drawnBinCount(2000.0, inf, 16384), 16384); // sampling rate 0
+        QCOMPARE(Spectrum::drawnBinCount(2000.0, std::nan(""), 16384), 0);
+        QCOMPARE(Spectrum::drawnBinCount(-2000.0, 0.8192, 16384), 0);
 
-    void drawnBinCount()
-    {
-        QFETCH(double, maxFrequency);
-        QFETCH(double, duration);
-        QFETCH(int, bins);
-        QFETCH(int, expected);
-        QCOMPARE(Spectrum::drawnBinCount(maxFrequency, duration, bins), expected);
-    }
-
-    void binFrequenciesAtStartUpAndAt20000Hz()
-    {
-        QVector<double> f(16384, 0.0);
-        Spectrum::binFrequencies(f, 16384, 40000.0 / 32768);
-        QCOMPARE(f[1], 1.220703125);
-        QCOMPARE(f[1637], 1998.291015625);
+        // A count beyond the vector writes the vector only.
+        QVector<double> f(10, -1.0);
         Spectrum::binFrequencies(f, 16384, 20000.0 / 32768);
-        QCOMPARE(f[1], 0.6103515625);
-        QCOMPARE(f[1637], 999.1455078125);
-        QVector<double> shorter(10, 0.0);
-        Spectrum::binFrequencies(shorter, 16384, 1.0);
-        QCOMPARE(shorter.size(), 10);
-        QCOMPARE(shorter[9], 9.0);
+        QCOMPARE(f.size(), 10);
+        QCOMPARE(f[9], 9 * 0.6103515625);
     }
 
-    void constantSound_data()
+    // n samples of c: X(0) = n c, divided by n / 2 truncated. Fewer than two
+    // samples have no divisor and give zeros, as silence does.
+    void constantAndSilentSounds()
     {
-        QTest::addColumn<int>("n");
-        QTest::addColumn<double>("c");
-        QTest::addColumn<double>("expected");
-        QTest::newRow("24000 samples of 0.3") << 24000 << 0.3 << 0.6;
-        QTest::newRow("even n, negative value") << 1000 << -0.25 << 0.5;
-        QTest::newRow("n = 2") << 2 << 0.7 << 1.4;
-        QTest::newRow("n = 3: divided by 1") << 3 << 0.5 << 1.5;
-        QTest::newRow("n = 5: divided by 2") << 5 << 0.4 << 1.0;
+        for (auto [n, c, expected] : std::vector<std::tuple<int, double, double>>{
+                 {24000, 0.3, 0.6}, {1000, -0.25, 0.5}, {3, 0.5, 1.5}, {5, 0.4, 1.0}}) {
+            const double amplitude = spectrumOf(QVector<double>(n, c), 32768)[0];
+            QVERIFY2(near(amplitude, expected, 1e-12),
+                     qPrintable(QString("n=%1: %2").arg(n).arg(amplitude)));
+        }
+        for (const QVector<double> &sound :
+             {QVector<double>(24000, 0.0), QVector<double>{0.8}, QVector<double>()})
+            QCOMPARE(spectrumOf(sound, 32768), QVector<double>(16384, 0.0));
     }
 
-    void constantSound()
+    // A short transform checks where every bin's real and imaginary parts are
+    // read, the first and last bins included; 30000 samples are padded to
+    // 32768, and 40000 cut to it but divided by 20000.
+    void matchesTheDirectTransform()
     {
-        QFETCH(int, n);
-        QFETCH(double, c);
-        QFETCH(double, expected);
-        const QVector<double> amplitude = spectrumOf(QVector<double>(n, c), 32768);
-        QVERIFY2(near(amplitude[0], expected, 1e-12), qPrintable(QString::number(amplitude[0])));
-    }
-
-    void silentAndTooShortSoundsGiveZeros_data()
-    {
-        QTest::addColumn<QVector<double>>("sound");
-        QTest::newRow("all zero") << QVector<double>(24000, 0.0);
-        QTest::newRow("one sample") << QVector<double>{0.8};
-        QTest::newRow("empty") << QVector<double>();
-    }
-
-    void silentAndTooShortSoundsGiveZeros()
-    {
-        QFETCH(QVector<double>, sound);
-        const QVector<double> amplitude = spectrumOf(sound, 32768);
-        QCOMPARE(amplitude.size(), 16384);
-        for (double a : amplitude)
-            QCOMPARE(a, 0.0);
-    }
-
-    void everyBinMatchesTheDirectTransform()
-    {
-        // A short transform checks every bin of the packed layout, including
-        // the signs of the imaginary parts and the first and last drawn bins.
-        const QVector<double> x = pseudoRandom(20, 7);
-        const QVector<double> amplitude = spectrumOf(x, 32);
-        for (int k = 0; k < 16; ++k)
-            QVERIFY2(near(amplitude[k], directAmplitude(x, 32, k, 10), 1e-12),
-                     qPrintable(QString("bin %1").arg(k)));
-    }
-
-    void paddedAndCutSounds_data()
-    {
-        QTest::addColumn<int>("n");
-        QTest::addColumn<int>("divisor");
-        QTest::newRow("30000 samples padded") << 30000 << 15000;
-        QTest::newRow("40000 samples cut, divided by 20000") << 40000 << 20000;
-    }
-
-    void paddedAndCutSounds()
-    {
-        QFETCH(int, n);
-        QFETCH(int, divisor);
-        const QVector<double> x = pseudoRandom(n, 11);
-        const QVector<double> amplitude = spectrumOf(x, 32768);
-        for (int k : {0, 1, 2, 819, 1637, 9999, 16383})
-            QVERIFY2(near(amplitude[k], directAmplitude(x, 32768, k, divisor), 1e-9),
-                     qPrintable(QString("bin %1").arg(k)));
+        for (auto [n, length, divisor] : std::vector<std::tuple<int, int, int>>{
+                 {20, 32, 10}, {30000, 32768, 15000}, {40000, 32768, 20000}}) {
+            QVector<double> x(n);
+            for (int m = 0; m < n; ++m) // a chirp: every bin has some energy
+                x[m] = std::sin(0.37 * m * m);
+            const QVector<double> amplitude = spectrumOf(x, length);
+            for (int k = 0; k < length / 2; ++k)
+                if (length == 32 || k < 3 || k % 2341 == 0 || k == length / 2 - 1)
+                    QVERIFY2(near(amplitude[k], directAmplitude(x, length, k, divisor), 1e-9),
+                             qPrintable(QString("n=%1, bin %2").arg(n).arg(k)));
+        }
     }
 
     void sinusoidPeaksAtTheNearestBin()
@@ -206,51 +118,37 @@ private slots:
 
     void onlyTheBinsOfTheTransformAreWritten()
     {
-        QVector<double> amplitude(16, -1.0);
-        Spectrum::amplitudeSpectrum(QVector<double>(8, 1.0), 8, amplitude);
-        QCOMPARE(amplitude[0], 2.0);
-        QCOMPARE(amplitude[3], 0.0);
-        QCOMPARE(amplitude[4], -1.0);
-        QVector<double> shorter(2, -1.0);
+        QVector<double> longer(6, -1.0), shorter(2, -1.0);
+        Spectrum::amplitudeSpectrum(QVector<double>(8, 1.0), 8, longer);
         Spectrum::amplitudeSpectrum(QVector<double>(8, 1.0), 8, shorter);
+        QCOMPARE(longer, (QVector<double>{2.0, 0.0, 0.0, 0.0, -1.0, -1.0}));
         QCOMPARE(shorter, (QVector<double>{2.0, 0.0}));
     }
 
-    void valueRange()
+    void chartRanges()
     {
+        const double nan = std::nan(""), inf = std::numeric_limits<double>::infinity();
         QVector<double> x(24000, 0.1);
         x[2500] = -0.7; // beyond the first 50 ms
         x[20000] = 0.9;
         QCOMPARE(ChartData::valueRange(x), (QVector<double>{-0.7, 0.9}));
-        QCOMPARE(ChartData::valueRange({0.5}), (QVector<double>{0.5, 0.5}));
-        const double nan = std::nan(""), inf = std::numeric_limits<double>::infinity();
         QCOMPARE(ChartData::valueRange({nan, 0.2, inf, -0.3}), (QVector<double>{-0.3, 0.2}));
-        // No samples: full scale.
-        QCOMPARE(ChartData::valueRange({}), (QVector<double>{-1.0, 1.0}));
-        QCOMPARE(ChartData::valueRange({nan}), (QVector<double>{-1.0, 1.0}));
-    }
+        QCOMPARE(ChartData::valueRange({}), (QVector<double>{-1.0, 1.0})); // no samples: full scale
 
-    void drawableRange()
-    {
-        const double nan = std::nan(""), inf = std::numeric_limits<double>::infinity();
         QCOMPARE(ChartData::drawableRange(0.0, 50.0), (QVector<double>{0.0, 50.0}));
-        QCOMPARE(ChartData::drawableRange(0.0, 0.0), (QVector<double>{-1.0, 1.0}));
         QCOMPARE(ChartData::drawableRange(0.5, 0.5), (QVector<double>{-0.5, 1.5}));
-        QCOMPARE(ChartData::drawableRange(0.0, nan), (QVector<double>{-1.0, 1.0}));
         QCOMPARE(ChartData::drawableRange(-inf, 1.0), (QVector<double>{-1.0, 1.0}));
+        QCOMPARE(ChartData::drawableRange(0.0, nan), (QVector<double>{-1.0, 1.0}));
         QCOMPARE(ChartData::drawableRange(2.0, 1.0), (QVector<double>{-1.0, 1.0}));
     }
 
     void fillPointsStopsAtTheShorterVector()
     {
         const QVector<double> t{0.0, 0.025, 0.05, 0.075};
-        const QVector<double> y{1, 2, 3};
         QVector<QPointF> points(7);
-        ChartData::fillPoints(points, t, y, 10);
+        ChartData::fillPoints(points, t, {1, 2, 3}, 10);
         QCOMPARE(points, (QVector<QPointF>{{0.0, 1}, {0.025, 2}, {0.05, 3}}));
-        ChartData::fillPoints(points, t, y, 2);
-        QCOMPARE(points.size(), 2);
-        ChartData::fillPoints(points, t, y, -3);
+        ChartData::fillPoints(points, t, {1, 2, 3}, -3);
         QVERIFY(points.isEmpty());
     }
 };
