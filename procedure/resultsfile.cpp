@@ -1,5 +1,8 @@
 #include "resultsfile.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QTextStream>
 
 namespace
@@ -43,4 +46,28 @@ void ResultsFile::write(QTextStream &out, const QVector<TrialRecord> &trials, in
     out << header(mainParameter) << lineEnd;
     for (const TrialRecord &record : trials)
         out << trialLine(record, mainParameter, standardCarrierFrequency) << lineEnd;
+}
+
+ResultsFile::SaveOutcome ResultsFile::save(const QString &name, const QVector<TrialRecord> &trials,
+                                           int mainParameter, double standardCarrierFrequency)
+{
+    // The system cuts a name at a zero character and would write another
+    // file than the one named, so such a name names none.
+    if (name.isEmpty() || name.contains(QChar(0)))
+        return SaveOutcome::NotOpened;
+    const QString folder = QFileInfo(name).absolutePath();
+    if (!QFileInfo::exists(folder))
+        QDir().mkpath(folder);
+    QFile file(name);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate))
+        return SaveOutcome::NotOpened;
+    QTextStream out(&file);
+    write(out, trials, mainParameter, standardCarrierFrequency);
+    // The stream reports a failed write of its buffer (and the file's flush);
+    // the file reports one at closing.
+    out.flush();
+    const bool written = out.status() == QTextStream::Ok;
+    file.close();
+    return written && file.error() == QFileDevice::NoError ? SaveOutcome::Saved
+                                                           : SaveOutcome::NotCompletelyWritten;
 }

@@ -29,4 +29,18 @@ QString trialLine(const TrialRecord &record, int mainParameter, double standardC
 void write(QTextStream &out, const QVector<TrialRecord> &trials, int mainParameter,
            double standardCarrierFrequency);
 
+// What became of a table saved to a file.
+enum class SaveOutcome {
+    Saved,               // every line is in the file
+    NotOpened,           // no file could be opened under the name; nothing written
+    NotCompletelyWritten // the file was opened but a write failed (a full or
+                         // vanished disk): the file may hold part of the table
+};
+
+// Writes the table to the file `name` (text mode, an existing file truncated),
+// creating its folder and any missing parent folders first. An empty name, or
+// one with a zero character, opens nothing.
+SaveOutcome save(const QString &name, const QVector<TrialRecord> &trials, int mainParameter,
+                 double standardCarrierFrequency);
+
 } // namespace ResultsFile
