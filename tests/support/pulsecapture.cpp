@@ -12,10 +12,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-namespace
-{
-const char *const sinkName = "veltrane_capture";
-}
+static const char sinkName[] = "veltrane_capture";
 
 PulseCapture::~PulseCapture()
 {
@@ -62,16 +59,12 @@ bool PulseCapture::runPactl(const QStringList &arguments, QByteArray *output)
 
 bool PulseCapture::start(QString *error)
 {
-    if (!dir.isValid()) {
-        *error = "no temporary folder for the capture daemon";
-        return false;
-    }
     const QString socket = dir.filePath("native");
     const QString fifoPath = dir.filePath("sink.fifo");
     server = "unix:" + socket;
     QFile config(dir.filePath("capture.pa"));
     if (!config.open(QIODevice::WriteOnly)) {
-        *error = "cannot write the daemon's configuration";
+        *error = "cannot write the daemon's configuration in a temporary folder";
         return false;
     }
     config.write(QString("load-module module-native-protocol-unix socket=%1 auth-anonymous=1\n"
