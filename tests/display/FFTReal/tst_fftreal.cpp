@@ -235,21 +235,6 @@ private slots:
         }
     }
 
-    void arrayResizing()
-    {
-        DynArray<SinCosOscillator> array(3);
-        array[2].set_step(0.5);
-        array[2].step();
-        // Resizing to 0 leaves the array as it is; a positive size gives
-        // fresh default elements.
-        array.resize(0);
-        QCOMPARE(array.size(), 3);
-        QVERIFY(array[2].get_sin() > 0.4);
-        array.resize(5);
-        QCOMPARE(array.size(), 5);
-        QCOMPARE(array[2].get_sin(), 0.0);
-    }
-
     // Each violated precondition must end the program, also in Release
     // builds, naming the expression.
     void violationEndsTheProgram_data()
