@@ -23,11 +23,11 @@ TrialRecord record(double value, int stim, int response, double reactionTime)
     return r;
 }
 
-QByteArray written(const QVector<TrialRecord> &trials, int mainParameter, double cf)
+QByteArray written(const QVector<TrialRecord> &trials, int mainParameter)
 {
     QByteArray bytes;
     QTextStream out(&bytes);
-    ResultsFile::write(out, trials, mainParameter, cf);
+    ResultsFile::write(out, trials, mainParameter, 1000.0);
     out.flush();
     return bytes;
 }
@@ -52,17 +52,6 @@ class TestResultsFile : public QObject
     Q_OBJECT
 
 private slots:
-    void headers()
-    {
-        QCOMPARE(ResultsFile::header(0),
-                 QString("frequency difference (Hz)\tstimulus position\tresponse "
-                         "position\tcorrectness\treaction time (ms)"));
-        QCOMPARE(ResultsFile::header(1),
-                 QString("modulation depth (%)\tstimulus position\tresponse "
-                         "position\tcorrectness\treaction time (ms)"));
-        QVERIFY(ResultsFile::header(2).isEmpty());
-    }
-
     void trialLines_data()
     {
         QTest::addColumn<double>("value");
@@ -74,7 +63,6 @@ private slots:
         QTest::newRow("frequency after one wrong answer")
             << 0.05 * std::pow(10.0, 4.0 / 20) << 0 << 1234567.0
             << "79.244660\t2\t2\t1\t1.23457e+06";
-        QTest::newRow("depth in percent") << 0.5 << 1 << 812.0 << "50.000000\t2\t2\t1\t812";
         QTest::newRow("fractional reaction time")
             << 0.25 << 1 << 523.25 << "25.000000\t2\t2\t1\t523.25";
         QTest::newRow("zero") << 0.0 << 1 << 0.0 << "0.000000\t2\t2\t1\t0";
@@ -90,27 +78,60 @@ private slots:
                  expected);
     }
 
-    void wrongAnswerWritesZeroAndBothPositions()
+    void frequencyTrackAndWrongAnswer()
     {
+        QCOMPARE(ResultsFile::header(0),
+                 QString("frequency difference (Hz)\tstimulus position\tresponse "
+                         "position\tcorrectness\treaction time (ms)"));
         QCOMPARE(ResultsFile::trialLine(record(0.05, 3, 2, 700), 0, 2000.0),
                  QString("100.000000\t3\t2\t0\t700"));
     }
 
-    void wholeTableWithCrLf() { QCOMPARE(written(exampleTrials, 1, 1000.0), exampleFile); }
-
-    void emptyWhenNothingToWrite()
+    // The header once, a line per trial, CR LF after each; nothing at all
+    // without trials or for a main parameter that tracks nothing.
+    void wholeTable()
     {
-        QVERIFY(written({}, 1, 1000.0).isEmpty());
-        QVERIFY(written(exampleTrials, 2, 1000.0).isEmpty());
-        QVERIFY(written(exampleTrials, -1, 1000.0).isEmpty());
+        QCOMPARE(written(exampleTrials, 1), exampleFile);
+        QVERIFY(written({}, 1).isEmpty());
+        QVERIFY(written(exampleTrials, 2).isEmpty());
+        QVERIFY(written(exampleTrials, -1).isEmpty());
     }
 
-    void savedThroughTheDialog()
+    // What the experimenter types into the save dialog (empty: cancel), and a
+    // file already in the folder. The dialog never asks before replacing a
+    // file; a file that cannot be opened gives the warning with its name.
+    void saveResults_data()
     {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("existing");
+        QTest::addColumn<bool>("saved");
+        QTest::newRow("new file") << "chosen.txt" << QString() << true;
+        QTest::newRow("existing file replaced") << "old.txt"
+                                                << "old.txt" << true;
+        QTest::newRow("missing folders created") << "new/deeper/run.txt" << QString() << true;
+        QTest::newRow("cancelled") << QString() << QString() << false;
+        // A regular file where a folder should be: neither the folder nor the
+        // file can be made, whatever the user's rights.
+        QTest::newRow("unwritable") << "blocker/run.txt"
+                                    << "blocker" << false;
+    }
+
+    void saveResults()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, existing);
+        QFETCH(bool, saved);
         QTemporaryDir dir;
+        const QByteArray old(5000, 'x');
+        if (!existing.isEmpty()) {
+            QFile file(dir.filePath(existing));
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(old) == old.size());
+        }
         MainWindow w;
-        prepare(w, dir.path());
-        const QString path = dir.filePath("chosen.txt");
+        w.params.trials = exampleTrials;
+        w.params.mainParameter = 1;
+        w.params.filePath = dir.path();
+        const QString path = typed.isEmpty() ? QString() : dir.filePath(typed);
         SaveDialogFiller filler(path);
         w.saveResults();
         QCOMPARE(filler.dialogs, 1);
@@ -119,72 +140,20 @@ private slots:
         QCOMPARE(filler.filters, QStringList({"All files (*.*)", "Text files (*.txt)"}));
         QCOMPARE(filler.selectedFilter, QString("Text files (*.txt)"));
         QCOMPARE(filler.proposed, dir.filePath("SUB001_test001_noise_modulation depth.txt"));
-        QVERIFY(!filler.confirmsOverwrite);
-        QVERIFY(!filler.nativeDialog);
-        QCOMPARE(filler.otherBoxes.size(), 0);
-        QCOMPARE(contents(path), exampleFile);
-    }
-
-    void existingFileReplacedWithoutQuestion()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("old.txt");
-        QFile old(path);
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write(QByteArray(5000, 'x'));
-        old.close();
-        MainWindow w;
-        prepare(w, dir.path());
-        SaveDialogFiller filler(path);
-        w.saveResults();
-        QCOMPARE(filler.dialogs, 1);
-        QVERIFY2(filler.otherBoxes.isEmpty(), qPrintable(filler.otherBoxes.value(0).text));
-        QCOMPARE(contents(path), exampleFile);
-    }
-
-    void missingFoldersAreCreated()
-    {
-        QTemporaryDir dir;
-        MainWindow w;
-        prepare(w, dir.path());
-        const QString path = dir.filePath("new/deeper/run.txt");
-        SaveDialogFiller filler(path);
-        w.saveResults();
-        QCOMPARE(filler.dialogs, 1);
-        QCOMPARE(contents(path), exampleFile);
-    }
-
-    void cancelWarnsWithEmptyName()
-    {
-        QTemporaryDir dir;
-        MainWindow w;
-        prepare(w, dir.path());
-        SaveDialogFiller filler("");
-        w.saveResults();
-        QCOMPARE(filler.dialogs, 1);
-        QCOMPARE(filler.otherBoxes.size(), 1);
-        QCOMPARE(filler.otherBoxes[0].title, QString("Warning"));
-        QCOMPARE(filler.otherBoxes[0].text, QString("could not open file for writing \r\n"));
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList());
-    }
-
-    void unwritablePathWarnsWithItsName()
-    {
-        QTemporaryDir dir;
-        // A regular file where a folder should be: neither the folder nor the
-        // file can be made, whatever the user's rights.
-        QFile blocker(dir.filePath("blocker"));
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
-        const QString path = dir.filePath("blocker/run.txt");
-        MainWindow w;
-        prepare(w, dir.path());
-        SaveDialogFiller filler(path);
-        w.saveResults();
-        QCOMPARE(filler.otherBoxes.size(), 1);
-        QCOMPARE(filler.otherBoxes[0].title, QString("Warning"));
-        QCOMPARE(filler.otherBoxes[0].text, "could not open file for writing \r\n" + path);
-        QCOMPARE(contents(dir.filePath("blocker")), QByteArray());
+        QVERIFY(!filler.confirmsOverwrite && !filler.nativeDialog);
+        QStringList boxes;
+        for (const SaveDialogFiller::Box &box : filler.otherBoxes)
+            boxes << box.title + ": " + box.text;
+        if (saved) {
+            QCOMPARE(boxes.join('\n'), QString());
+            QCOMPARE(contents(path), exampleFile);
+        } else {
+            QCOMPARE(boxes.join('\n'), "Warning: could not open file for writing \r\n" + path);
+            QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot),
+                     existing.isEmpty() ? QStringList() : QStringList(existing));
+            if (!existing.isEmpty())
+                QCOMPARE(contents(dir.filePath(existing)), old);
+        }
     }
 
     void readsAsFiveColumnTable()
@@ -193,14 +162,9 @@ private slots:
         if (python.isEmpty())
             QSKIP("python3 is not installed: no standard table reader to check with");
         QTemporaryDir dir;
-        const QString path = dir.filePath("run.txt");
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Text));
-        QTextStream out(&file);
-        QVector<TrialRecord> trials = exampleTrials;
-        trials.append(record(0.2, 2, 3, 1234567));
-        ResultsFile::write(out, trials, 1, 1000.0);
-        out.flush();
+        QFile file(dir.filePath("run.txt"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(written(exampleTrials + QVector<TrialRecord>{record(0.2, 2, 3, 1234567)}, 1));
         file.close();
         QProcess reader;
         reader.start(python, {"-c",
@@ -209,19 +173,11 @@ private slots:
                               "delimiter='\\t'))\n"
                               "print(len(rows), sorted({len(r) for r in rows}), rows[0][0], "
                               "rows[-1][4])",
-                              path});
+                              file.fileName()});
         QVERIFY(reader.waitForFinished(30000));
         QCOMPARE(reader.exitCode(), 0);
         QCOMPARE(reader.readAllStandardOutput().trimmed(),
                  QByteArray("4 [5] modulation depth (%) 1.23457e+06"));
-    }
-
-private:
-    static void prepare(MainWindow &w, const QString &folder)
-    {
-        w.params.trials = exampleTrials;
-        w.params.mainParameter = 1;
-        w.params.filePath = folder;
     }
 };
 
