@@ -92,36 +92,22 @@ private slots:
         QLocale::setDefault(QLocale::c());
     }
 
-    void fileName_data()
-    {
-        QTest::addColumn<QString>("subjectCode");
-        QTest::addColumn<QString>("session");
-        QTest::addColumn<int>("sessionType");
-        QTest::addColumn<QString>("expected");
-        auto row = [](const char *name, const char *code, const char *session, int type,
-                      const QString &expected) {
-            QTest::newRow(name) << code << session << type << expected;
-        };
-        const QString start = "SUB001_test%1_noise_modulation depth.txt";
-        row("7", "SUB001", "7", 1, start.arg("007"));
-        row("1234", "SUB001", "1234", 1, start.arg("1234"));
-        row("empty", "SUB001", "", 1, start.arg("000"));
-        row("non-numeric", "SUB001", "seven", 1, start.arg("000"));
-        row("blanks, practice", "Anna B 01", "2", 0,
-            "Anna B 01_practice002_noise_modulation depth.txt");
-    }
-
+    // The session number padded to three digits, 0 when it is not a number;
+    // the subject code as typed, blanks included.
     void fileName()
     {
-        QFETCH(QString, subjectCode);
-        QFETCH(QString, session);
-        QFETCH(int, sessionType);
-        QFETCH(QString, expected);
         MainWindow w;
-        w.lineEditSubCode->setText(subjectCode);
-        w.lineEditSesNum->setText(session);
-        w.comboBoxSesType->setCurrentIndex(sessionType);
-        QCOMPARE(w.lineEditFileName->text(), expected);
+        for (const auto &session : QList<QPair<QString, QString>>{
+                 {"7", "007"}, {"1234", "1234"}, {"", "000"}, {"seven", "000"}}) {
+            w.lineEditSesNum->setText(session.first);
+            QCOMPARE(w.lineEditFileName->text(),
+                     "SUB001_test" + session.second + "_noise_modulation depth.txt");
+        }
+        w.lineEditSubCode->setText("Anna B 01");
+        w.comboBoxSesType->setCurrentIndex(0);
+        QCOMPARE(w.lineEditFileName->text(),
+                 QString("Anna B 01_practice000_noise_modulation depth.txt"));
+        QCOMPARE(w.params.fileName, w.lineEditFileName->text());
         QCOMPARE(boxes->shown.join('\n'), QString());
     }
 
