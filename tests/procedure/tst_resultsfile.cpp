@@ -65,7 +65,6 @@ private slots:
             << "79.244660\t2\t2\t1\t1.23457e+06";
         QTest::newRow("fractional reaction time")
             << 0.25 << 1 << 523.25 << "25.000000\t2\t2\t1\t523.25";
-        QTest::newRow("zero") << 0.0 << 1 << 0.0 << "0.000000\t2\t2\t1\t0";
     }
 
     void trialLines()

@@ -214,16 +214,6 @@ private slots:
         Staircase::computeResults(p);
         QVERIFY(near(p.reactionTime, (400.0 + 523.5 + 612.25) / 3, 1e-12));
     }
-
-    void ruleWithoutRecords()
-    {
-        SessionParameters p;
-        p.stepDirection = 2;
-        QVERIFY(!Staircase::applyReversalRule(p));
-        QCOMPARE(p.stepDirection, 2);
-        p.numberOfReversals = 0;
-        QVERIFY(Staircase::applyReversalRule(p));
-    }
 };
 
 QTEST_APPLESS_MAIN(TestStaircase)
