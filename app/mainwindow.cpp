@@ -7,8 +7,8 @@
 #include <QAudioOutput>
 #include <QBuffer>
 #include <QCheckBox>
-#include <QDebug>
 #include <QComboBox>
+#include <QDebug>
 #include <QElapsedTimer>
 #include <QGridLayout>
 #include <QGuiApplication>
@@ -20,7 +20,8 @@
 #include <QTimer>
 #include <QtCharts/QChartView>
 
-namespace {
+namespace
+{
 template <typename T> T *named(T *object, const char *name)
 {
     object->setObjectName(QString::fromLatin1(name));
@@ -70,11 +71,10 @@ MainWindow::MainWindow(QWidget *parent)
       chartWaveStd(nullptr), chartWaveDev(nullptr), chartSpecStd(nullptr), chartSpecDev(nullptr),
       chartTrend(nullptr), chartViewWaveStd(nullptr), chartViewWaveDev(nullptr),
       chartViewSpecStd(nullptr), chartViewSpecDev(nullptr), chartViewTrend(nullptr),
-      subjectWindow(nullptr), soundTimer(nullptr), reactionClock(nullptr),
-      reactionClockStarts(0), sequenceLength(0), sequenceIndex(0), audioBytes(nullptr),
-      audioBuffer(nullptr), audioOutput(nullptr), centreWindow(true), widthFraction(0.8),
-      heightFraction(0.9), intervalTimer(nullptr), standardSoundRate(0.0),
-      deviantSoundRate(0.0)
+      subjectWindow(nullptr), soundTimer(nullptr), reactionClock(nullptr), reactionClockStarts(0),
+      sequenceLength(0), sequenceIndex(0), audioBytes(nullptr), audioBuffer(nullptr),
+      audioOutput(nullptr), centreWindow(true), widthFraction(0.8), heightFraction(0.9),
+      intervalTimer(nullptr), standardSoundRate(0.0), deviantSoundRate(0.0)
 {
     // lineEditFilePath is built before params in declaration order, so it
     // takes the record's desktop folder here.
@@ -147,8 +147,8 @@ void MainWindow::buildLayout()
     g->addWidget(comboBoxMainParameter, 2, 1, 1, 2);
     g->addWidget(labelStandard, 3, 1);
     g->addWidget(labelDeviant, 3, 2);
-    const QVector<QLabel *> rowLabels{labelCarrierFreq, labelModFreq, labelModDepth,
-                                      labelFreqDiff, labelDuration};
+    const QVector<QLabel *> rowLabels{labelCarrierFreq, labelModFreq, labelModDepth, labelFreqDiff,
+                                      labelDuration};
     const QVector<QLineEdit *> standardColumn{lineEditCarrierFreqStd, lineEditModFreqStd,
                                               lineEditModDepthStd, lineEditFreqDiffStd,
                                               lineEditDurationStd};
@@ -194,11 +194,11 @@ void MainWindow::buildLayout()
 
     labelStandard->setAlignment(Qt::AlignHCenter);
     labelDeviant->setAlignment(Qt::AlignHCenter);
-    for (QLineEdit *edit : {lineEditCarrierFreqStd, lineEditModFreqStd, lineEditModDepthStd,
-                            lineEditFreqDiffStd, lineEditDurationStd, lineEditCarrierFreqDev,
-                            lineEditModFreqDev, lineEditModDepthDev, lineEditFreqDiffDev,
-                            lineEditDurationDev, lineEditNumReversals, lineEditRevToCalc,
-                            lineEditSilentInterval})
+    for (QLineEdit *edit :
+         {lineEditCarrierFreqStd, lineEditModFreqStd, lineEditModDepthStd, lineEditFreqDiffStd,
+          lineEditDurationStd, lineEditCarrierFreqDev, lineEditModFreqDev, lineEditModDepthDev,
+          lineEditFreqDiffDev, lineEditDurationDev, lineEditNumReversals, lineEditRevToCalc,
+          lineEditSilentInterval})
         edit->setAlignment(Qt::AlignHCenter);
     for (QLabel *label : {labelStandard, labelDeviant}) {
         label->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "sessionparameters.h"
 #include "../stimulus/soundinginterval.h"
+#include "sessionparameters.h"
 
 #include <QAudio>
 #include <QAudioFormat>
@@ -24,7 +24,8 @@ class QPushButton;
 class QTimer;
 class SubjectWindow;
 
-namespace QtCharts {
+namespace QtCharts
+{
 class QChart;
 class QChartView;
 class QLineSeries;
@@ -44,8 +45,7 @@ public:
 
 signals:
     void soundPlaying(int index);
-    void doneDataCollection(qreal threshold, qreal reactionTime, qint32 mainParameter,
-                            qreal cfStd);
+    void doneDataCollection(qreal threshold, qreal reactionTime, qint32 mainParameter, qreal cfStd);
 
 public slots:
     void on_pushButtonView_clicked();

@@ -2,30 +2,31 @@
 
 #include <QStandardPaths>
 
-namespace {
+namespace
+{
 const double degreesToRadians = 0.017453292519943295;
 }
 
 SessionParameters::SessionParameters()
-    : trialCount(0), samplingRate(40000.0), duration{0.6, 0.6}, nSamples{24000, 24000},
-      displayDuration{0.05, 0.05}, displaySamples{2000, 2000},
-      spectrumMaxFrequency{2000.0, 2000.0}, spectrumPoints{1638, 1638},
-      filePath(QString("%1").arg(
-          QStandardPaths::writableLocation(QStandardPaths::DesktopLocation))),
-      subjectCode("SUB001"), fileName(), sessionTypes{"practice", "test"}, sessionType(0),
-      soundTypes{"sinusoid", "noise"}, soundType(0),
-      mainParameters{"carrier frequency", "modulation depth"}, mainParameter(0),
-      sessionNumber(1), amplitude{1.0, 1.0}, modulationFrequency{40.0, 40.0},
-      modulationDepth{0.0, 0.5}, frequencyDifference{0.0, 0.05},
-      carrierFrequency{1000.0, 1000.0}, carrierPhaseDeg{0.0, 0.0},
-      modulationPhaseDeg{180.0, 180.0},
-      carrierPhase{carrierPhaseDeg[0] * degreesToRadians, carrierPhaseDeg[1] * degreesToRadians},
+    : trialCount(0),
+      samplingRate(40000.0), duration{0.6, 0.6}, nSamples{24000, 24000}, displayDuration{0.05,
+                                                                                         0.05},
+      displaySamples{2000, 2000}, spectrumMaxFrequency{2000.0, 2000.0}, spectrumPoints{1638, 1638},
+      filePath(
+          QString("%1").arg(QStandardPaths::writableLocation(QStandardPaths::DesktopLocation))),
+      subjectCode("SUB001"), fileName(), sessionTypes{"practice", "test"},
+      sessionType(0), soundTypes{"sinusoid", "noise"},
+      soundType(0), mainParameters{"carrier frequency", "modulation depth"}, mainParameter(0),
+      sessionNumber(1), amplitude{1.0, 1.0}, modulationFrequency{40.0, 40.0}, modulationDepth{0.0,
+                                                                                              0.5},
+      frequencyDifference{0.0, 0.05}, carrierFrequency{1000.0, 1000.0}, carrierPhaseDeg{0.0, 0.0},
+      modulationPhaseDeg{180.0, 180.0}, carrierPhase{carrierPhaseDeg[0] * degreesToRadians,
+                                                     carrierPhaseDeg[1] * degreesToRadians},
       modulationPhase{modulationPhaseDeg[0] * degreesToRadians,
                       modulationPhaseDeg[1] * degreesToRadians},
-      normaliseModulation(true), equaliseRms(true), numberOfReversals(14),
-      reversalsToCalculate(8), silentInterval(1.0), reversalValues(numberOfReversals, 0.0),
-      stepUp(2), stepDown(-1), stepDirection(-1), reversalCount(0),
-      stepSizes{2, 2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, trials(), stimPosition(0),
-      threshold(0.0), reactionTime(0.0), resetMdFd(true), saveData(false)
+      normaliseModulation(true), equaliseRms(true), numberOfReversals(14), reversalsToCalculate(8),
+      silentInterval(1.0), reversalValues(numberOfReversals, 0.0), stepUp(2), stepDown(-1),
+      stepDirection(-1), reversalCount(0), stepSizes{2, 2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
+      trials(), stimPosition(0), threshold(0.0), reactionTime(0.0), resetMdFd(true), saveData(false)
 {
 }

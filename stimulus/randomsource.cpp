@@ -2,7 +2,8 @@
 
 #include <random>
 
-namespace {
+namespace
+{
 std::mt19937_64 &engine()
 {
     static std::mt19937_64 generator;

@@ -7,7 +7,8 @@
 // The program seeds it once at start-up from a non-deterministic value so that
 // each session gets new noise and a new order of positions; tests and tools
 // seed it explicitly to be reproducible.
-namespace RandomSource {
+namespace RandomSource
+{
 
 constexpr int maximum = 32767;
 

@@ -7,7 +7,8 @@
 
 #include "randomsource.h"
 
-namespace {
+namespace
+{
 const double twoPi = 6.283185307179586;
 const double noiseDivisor = 32767.0;
 } // namespace

@@ -4,7 +4,8 @@
 
 class SessionParameters;
 
-namespace Synthesis {
+namespace Synthesis
+{
 
 // floor(rate × seconds) as a sample count. Counts that are not finite or below
 // zero become 0 and counts beyond the int range become INT_MAX, so a count read

@@ -27,10 +27,7 @@ public:
     }
 
     // Callers check QTest::currentTestFailed() afterwards.
-    void verifyShown(int timeoutMs = 5000)
-    {
-        QTRY_VERIFY_WITH_TIMEOUT(pending == 0, timeoutMs);
-    }
+    void verifyShown(int timeoutMs = 5000) { QTRY_VERIFY_WITH_TIMEOUT(pending == 0, timeoutMs); }
 
     QList<Box> boxes;
 
