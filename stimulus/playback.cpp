@@ -215,6 +215,11 @@ void MainWindow::releasePlayback()
     for (const SoundingInterval &interval : sounding) {
         if (interval.output) {
             disconnect(interval.output, nullptr, this, nullptr);
+            // Stopped first: a playing output still has a feed of its stream
+            // queued, and its destructor, which processes events after
+            // closing the stream, would run that feed on the closed stream
+            // (the audio library aborts the program there).
+            interval.output->stop();
             delete interval.output;
         }
         delete interval.buffer;

@@ -4,13 +4,16 @@
 #include "support/savedialogfiller.h"
 #include "support/simulatedparticipant.h"
 
+#include <QAudioOutput>
 #include <QFile>
+#include <QPointer>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <algorithm>
 #include <memory>
+#include <random>
 
 using namespace RunHarness;
 
@@ -246,6 +249,32 @@ private slots:
         checkAnswersTakenAndSaved(run.window.params.trials, fileContents(run.savedPath));
         for (int i = watch.intervals.size() - 4; i < watch.intervals.size(); ++i)
             QVERIFY2(watch.intervals[i].idle, qPrintable(QString("interval %1").arg(i + 1)));
+    }
+
+    // The experimenter window closed (Quit, or the end of the program) while
+    // sounds play, for example those of a run whose participant window was
+    // closed in the middle of a trial: the outputs are released without
+    // crashing, at any moment of their sound.
+    void windowClosedWhileSoundsPlay()
+    {
+        std::mt19937 random(7);
+        for (int i = 0; i < 60; ++i) {
+            auto w = std::make_unique<MainWindow>();
+            ShortSession session;
+            session.soundMs = 400;
+            session.silentMs = 0;
+            typeSession(*w, session);
+            w->on_pushButtonView_clicked();
+            w->playOneSound();
+            // Half of the time a second sound overtakes the first.
+            if (i % 2)
+                w->playOneSound();
+            const int ms = std::uniform_int_distribution<int>(0, 60)(random);
+            waitUntil([] { return false; }, ms);
+            QPointer<QAudioOutput> output = w->audioOutput;
+            w.reset();
+            QVERIFY(output.isNull());
+        }
     }
 
     // No audio server at all, in a child process: every interval ends by its
