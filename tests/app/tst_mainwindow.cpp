@@ -1,170 +1,328 @@
 #include "app/mainwindow.h"
 #include "app/windowgeometry.h"
+#include "subject/subjectwindow.h"
+#include "support/modalcatcher.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QGuiApplication>
-#include <QLineEdit>
-#include <QProcess>
-#include <QPushButton>
-#include <QScreen>
+#include <QtCharts>
 #include <QtTest>
+#include <QtWidgets>
 
-#include <cmath>
-#include <numeric>
+#include <algorithm>
 
-namespace
-{
-// Computed here rather than with the code under test.
-double rms(const QVector<double> &v)
-{
-    return std::sqrt(std::inner_product(v.begin(), v.end(), v.begin(), 0.0) / v.size());
-}
-} // namespace
+using namespace QtCharts;
 
+// The experimenter window: panel, View and Go, refusals, charts.
 class TestMainWindow : public QObject
 {
     Q_OBJECT
 
+    // Every box of the panel as "name=value", the name without its class
+    // prefix, sorted by name.
+    static QString panel(const MainWindow &w)
+    {
+        QStringList fields;
+        for (const QLineEdit *edit : w.centralWidget->findChildren<QLineEdit *>())
+            fields << edit->objectName().mid(8) + "=" + edit->text();
+        for (const QComboBox *combo : w.centralWidget->findChildren<QComboBox *>())
+            fields << combo->objectName().mid(8) + "=" + combo->currentText();
+        for (const QCheckBox *check : w.centralWidget->findChildren<QCheckBox *>())
+            fields << check->objectName().mid(8) + "=" + (check->isChecked() ? "on" : "off");
+        fields.sort();
+        return fields.join("; ");
+    }
+
+    static void type(MainWindow &w, const QString &fields)
+    {
+        for (const QString &f : fields.split("; "))
+            w.findChild<QLineEdit *>("lineEdit" + f.section('=', 0, 0))->setText(f.section('=', 1));
+    }
+
+    static QString deviantColumn(const MainWindow &w)
+    {
+        return w.lineEditModDepthDev->text() + " " + w.lineEditFreqDiffDev->text() + " " +
+               w.lineEditCarrierFreqDev->text();
+    }
+
+    static QString boxes(const ModalCatcher &catcher)
+    {
+        QStringList shown;
+        for (const ModalCatcher::Box &box : catcher.boxes)
+            shown << box.title + ": " + box.text;
+        return shown.join('|');
+    }
+
+    static QValueAxis *axis(QChart *c, Qt::Orientation o)
+    {
+        return static_cast<QValueAxis *>(c->axes(o).value(0));
+    }
+
+    // The chart in a cell of the chart grid: the waveforms of the standard and
+    // the deviant, below them their spectra, below them the trend over two
+    // cells.
+    static QChart *chartAt(const MainWindow &w, int cell)
+    {
+        QLayoutItem *item = w.gridLayoutCharts->itemAtPosition(cell / 2, cell % 2);
+        return item ? static_cast<QChartView *>(item->widget())->chart() : nullptr;
+    }
+
+    // Waveforms draw (k / rate in ms, sample k) for the displayed samples over
+    // a time axis as long as they; spectra draw (k × rate / 32768, amplitude k)
+    // for 1638 bins over 0 to 2000 Hz. Amplitude axes span the whole vector.
+    static void verifyCharts(const MainWindow &w, double rate, int standardPoints,
+                             int deviantPoints)
+    {
+        const QVector<const QVector<double> *> ys{&w.standardSound, &w.deviantSound,
+                                                  &w.amplitudeSpectrumStd, &w.amplitudeSpectrumDev};
+        for (int i = 0; i < 4; ++i) {
+            const QVector<double> &y = *ys[i];
+            const int n = QVector<int>{standardPoints, deviantPoints, 1638, 1638}[i];
+            QVector<QPointF> points;
+            for (int k = 0; k < n; ++k)
+                points << QPointF(i < 2 ? k * 1000.0 / rate : k * rate / 32768, y[k]);
+            QChart *c = chartAt(w, i);
+            QVERIFY(c);
+            QCOMPARE(static_cast<QLineSeries *>(c->series()[0])->pointsVector(), points);
+            QCOMPARE(axis(c, Qt::Horizontal)->max(), i < 2 ? n * 1000.0 / rate : 2000.0);
+            const auto extremes = std::minmax_element(y.begin(), y.end());
+            QVERIFY(axis(c, Qt::Horizontal)->min() == 0 &&
+                    axis(c, Qt::Vertical)->min() == *extremes.first &&
+                    axis(c, Qt::Vertical)->max() == *extremes.second);
+        }
+    }
+
+    // The trend chart's value axis, trials axis and tick count, then its
+    // points as x:y.
+    static QString trend(const MainWindow &w)
+    {
+        QStringList t;
+        for (double v : {w.axisYTrend->min(), w.axisYTrend->max(), w.axisXTrend->min(),
+                         w.axisXTrend->max(), double(w.axisXTrend->tickCount())})
+            t << QString::number(v);
+        for (const QPointF &p : w.seriesTrend->pointsVector())
+            t << QString("%1:%2").arg(p.x()).arg(p.y());
+        return t.join(' ');
+    }
+
 private slots:
-    void geometryRule_data()
+    void startUp()
     {
-        QTest::addColumn<QSize>("available");
-        QTest::addColumn<QSizeF>("fractions");
-        QTest::addColumn<QRect>("expected");
-        QTest::newRow("main window")
-            << QSize(1920, 1040) << QSizeF(0.8, 0.9) << QRect(192, 52, 1536, 936);
-        QTest::newRow("above 1") << QSize(1000, 500) << QSizeF(1.7, 3.0) << QRect(0, 0, 1000, 500);
-        QTest::newRow("negative") << QSize(1000, 500) << QSizeF(-0.5, -1) << QRect(500, 250, 0, 0);
-        QTest::newRow("odd remainder truncates")
-            << QSize(1001, 501) << QSizeF(0.5, 0.5) << QRect(250, 125, 500, 250);
-    }
-
-    void geometryRule()
-    {
-        QFETCH(QSize, available);
-        QFETCH(QSizeF, fractions);
-        QFETCH(QRect, expected);
-        QCOMPARE(windowGeometry(available, true, fractions.width(), fractions.height()), expected);
-    }
-
-    void startUpWindowAndPanel()
-    {
+        QCOMPARE(windowGeometry(QSize(1920, 1040), true, 0.8, 0.9), QRect(192, 52, 1536, 936));
         MainWindow w;
-        QCOMPARE(w.windowTitle(), QString("Quorvan Lab | Veltrane (v062) | Main Window"));
         QCOMPARE(w.geometry(),
                  windowGeometry(QGuiApplication::primaryScreen()->availableSize(), true, 0.8, 0.9));
-        const QString fileName = "SUB001_test001_noise_modulation depth.txt";
-        const QList<QPair<QLineEdit *, QString>> texts{
-            {w.lineEditCarrierFreqStd, "1000.00"},
-            {w.lineEditCarrierFreqDev, "1000.00"},
-            {w.lineEditModFreqStd, "40.00"},
-            {w.lineEditModFreqDev, "40.00"},
-            {w.lineEditModDepthStd, "0.0000"},
-            {w.lineEditModDepthDev, "50.0000"},
-            {w.lineEditFreqDiffStd, "0.0000"},
-            {w.lineEditFreqDiffDev, "0.0000"},
-            {w.lineEditDurationStd, "600.00"},
-            {w.lineEditDurationDev, "600.00"},
-            {w.lineEditNumReversals, "14"},
-            {w.lineEditRevToCalc, "8"},
-            {w.lineEditSilentInterval, "1000.00"},
-            {w.lineEditSamplingRate, "40000"},
-            {w.lineEditSubCode, "SUB001"},
-            {w.lineEditSesNum, "1"},
-            {w.lineEditFileName, fileName},
-            {w.lineEditFilePath,
-             QStandardPaths::writableLocation(QStandardPaths::DesktopLocation)}};
-        for (const auto &t : texts)
-            QCOMPARE(t.first->text(), t.second);
-        QCOMPARE(w.comboBoxSesType->currentText() + ", " + w.comboBoxSoundType->currentText() +
-                     ", " + w.comboBoxMainParameter->currentText(),
-                 QString("test, noise, modulation depth"));
-        QVERIFY(w.checkBoxResetMdFd->isChecked() && !w.checkBoxSaveData->isChecked());
-        QVERIFY(!w.lineEditFileName->isEnabled());
-        QVERIFY(w.pushButtonView->isEnabled() && !w.pushButtonGo->isEnabled());
+        QCOMPARE(w.windowTitle(), QString("Quorvan Lab | Veltrane (v062) | Main Window"));
+        QCOMPARE(panel(w),
+                 "CarrierFreqDev=1000.00; CarrierFreqStd=1000.00; DurationDev=600.00; "
+                 "DurationStd=600.00; FileName=SUB001_test001_noise_modulation depth.txt; "
+                 "FilePath=" +
+                     QStandardPaths::writableLocation(QStandardPaths::DesktopLocation) +
+                     "; FreqDiffDev=0.0000; FreqDiffStd=0.0000; MainParameter=modulation "
+                     "depth; ModDepthDev=50.0000; ModDepthStd=0.0000; ModFreqDev=40.00; "
+                     "ModFreqStd=40.00; NumReversals=14; ResetMdFd=on; RevToCalc=8; "
+                     "SamplingRate=40000; SaveData=off; SesNum=1; SesType=test; "
+                     "SilentInterval=1000.00; SoundType=noise; SubCode=SUB001");
+        QVERIFY(!w.lineEditFileName->isEnabled() && w.pushButtonView->isEnabled() &&
+                !w.pushButtonGo->isEnabled());
+        QVERIFY(w.standardSound.size() == 24000 && w.deviantSound.size() == 24000);
 
-        // The record and the sounds follow the panel: noise, the modulation
-        // depth track from its start values, the standard at the deviant's RMS.
+        // Chart and axis titles, cell by cell.
+        QStringList titles;
+        for (int cell = 0; cell < 6; ++cell) {
+            QChart *c = chartAt(w, cell);
+            titles << (c ? c->title() + "/" + axis(c, Qt::Horizontal)->titleText() + "/" +
+                               axis(c, Qt::Vertical)->titleText()
+                         : "none");
+        }
+        QCOMPARE(titles.join("; "),
+                 QString("Time Waveform (standard)/Time (ms)/Amplitude; "
+                         "Time Waveform (Deviant)/Time (ms)/Amplitude; "
+                         "Amplitude Spectrum (standard)/Frequency (Hz)/Amplitude; "
+                         "Amplitude Spectrum (Deviant)/Frequency (Hz)/Amplitude; "
+                         "Response Trend/Number of Trials/Modulation Depth (%); "
+                         "Response Trend/Number of Trials/Modulation Depth (%)"));
+        QVERIFY(w.seriesTrend->pointsVisible() && !w.axisXTrend->labelsVisible());
+        verifyCharts(w, 40000, 2000, 2000);
+
+        // A staircase step writes the tracked value into the Deviant column:
+        // two 2 dB steps up from 5 % of 1000 Hz, or from 50 %, give 79.2447.
+        for (int mainParameter : {0, 1}) {
+            w.params.mainParameter = mainParameter;
+            w.resetStartValues();
+            w.params.stepDirection = w.params.stepUp;
+            w.applyStep();
+            QCOMPARE(deviantColumn(w), QString(mainParameter == 0 ? "0.0000 79.2447 920.76"
+                                                                  : "79.2447 0.0000 1000.00"));
+        }
+
+        // The trials axis spans 0 to the trial count with a tick per trial;
+        // the value axis keeps 0 to 100 until two values differ, then hugs
+        // them. View clears the run and the value axis, leaves the trials
+        // axis, and titles the value axis for the tracked quantity.
+        auto answer = [&w](double value) {
+            w.params.modulationDepth[1] = value / 100;
+            w.params.frequencyDifference[1] = value / 1000; // of 1000 Hz
+            ++w.params.trialCount;
+            w.appendTrendPoint();
+        };
+        w.params.mainParameter = 0;
+        answer(50);
+        QCOMPARE(trend(w), QString("0 100 0 1 2 0:50"));
+        w.params.mainParameter = 1;
+        answer(40);
+        QCOMPARE(trend(w), QString("40 50 0 2 3 0:50 1:40"));
+        answer(60);
+        QCOMPARE(trend(w), QString("40 60 0 3 4 0:50 1:40 2:60"));
+
+        w.comboBoxSoundType->setCurrentIndex(0);
+        w.comboBoxMainParameter->setCurrentIndex(0);
+        w.pushButtonView->click();
+        QCOMPARE(trend(w) + " " + w.axisYTrend->titleText(),
+                 QString("0 100 0 3 4 Frequency difference (Hz)"));
+        w.comboBoxMainParameter->setCurrentIndex(1);
+        w.pushButtonView->click();
+        answer(70);
+        answer(70);
+        QCOMPARE(trend(w) + " " + w.axisYTrend->titleText(),
+                 QString("0 100 0 2 3 0:70 1:70 Modulation Depth (%)"));
+        answer(80);
+        QCOMPARE(trend(w), QString("70 80 0 3 4 0:70 1:70 2:80"));
+
+        w.show();
+        w.pushButtonQuit->click();
+        QVERIFY(!w.isVisible());
+    }
+
+    // One session at the panel: the file name follows every change; the
+    // conflict rules leave a usable pair behind, and every change of the main
+    // parameter resets the Deviant column, whatever "Reset md/fd" says. View
+    // reads the panel and draws the sounds; a refused View or Go changes
+    // nothing; Go starts a test in a new participant window.
+    void panelViewAndGo()
+    {
+        MainWindow w;
+        w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        ModalCatcher catcher;
+        catcher.arm(QMessageBox::Ok, 100);
+        for (const QString session : {"7,007", "1234,1234", "seven,000"}) {
+            w.lineEditSesNum->setText(session.section(',', 0, 0));
+            QCOMPARE(w.lineEditFileName->text(),
+                     "SUB001_test" + session.section(',', 1) + "_noise_modulation depth.txt");
+        }
+        w.lineEditSubCode->setText("Anna B 01");
+        w.comboBoxSesType->setCurrentIndex(0);
+        w.checkBoxResetMdFd->setChecked(false);
+        const QString typed = "ModDepthDev=12; FreqDiffDev=7; CarrierFreqDev=800";
+        type(w, typed);
+        w.comboBoxMainParameter->setCurrentIndex(0);
+        QCOMPARE(deviantColumn(w), QString("50.0000 0.0000 1000.00"));
+        w.comboBoxSoundType->setCurrentIndex(0);
+        type(w, typed);
+        w.comboBoxMainParameter->setCurrentIndex(0);
+        QCOMPARE(deviantColumn(w), QString("0.0000 50.0000 950.00"));
+        type(w, typed);
+        w.comboBoxSoundType->setCurrentIndex(1);
+        QCOMPARE(deviantColumn(w), QString("12 7 800"));
+        QCOMPARE(w.params.fileName,
+                 QString("Anna B 01_practice000_sinusoid_carrier frequency.txt"));
+        const QString conflict = "Conflicting Parameters: The sound type 'noise' is incompatible "
+                                 "with the internal parameter 'carrier frequency'. ";
+        QCOMPARE(boxes(catcher), conflict +
+                                     "Internal parameter will be changed to 'modulation "
+                                     "depth'|" +
+                                     conflict + "Sound type will be changed to 'sinusoid'");
+        catcher.boxes.clear();
+
+        // A decimal comma or a word reads as 0.
+        w.checkBoxSaveData->setChecked(true);
+        type(w, "CarrierFreqStd=500; CarrierFreqDev=480.5; ModFreqStd=8; ModFreqDev=12,25; "
+                "ModDepthStd=none; ModDepthDev=30; FreqDiffStd=5; FreqDiffDev=20; "
+                "DurationStd=250.5; DurationDev=20; NumReversals=6; RevToCalc=20; "
+                "SilentInterval=500; SamplingRate=44100; SubCode=Anna B; SesNum=12; "
+                "FilePath=/tmp/results");
+        w.pushButtonView->click();
+        // Compared to 10 significant digits. 44100 × 0.2505 = 11047.05 and
+        // 44100 × 0.02 = 882 samples; 50 ms are 2205, lowered to a shorter
+        // sound. Reversals to calculate are lowered to the number of reversals.
         const SessionParameters &p = w.params;
-        QCOMPARE(p.fileName, fileName);
-        QCOMPARE(
-            QVector<double>({double(p.sessionType), double(p.soundType), double(p.mainParameter),
-                             p.modulationDepth[1], p.frequencyDifference[1], p.carrierFrequency[1],
-                             double(p.reversalValues.size())}),
-            QVector<double>({1, 1, 1, 0.5, 0, 1000, 14}));
-        QCOMPARE(
-            QVector<int>({w.standardSound.size(), w.deviantSound.size(), w.waveformTime.size()}),
-            QVector<int>({24000, 24000, 2000}));
-        QVERIFY(std::abs(rms(w.standardSound) - rms(w.deviantSound)) < 1e-9);
-        QCOMPARE(w.audioFormat.sampleRate(), 40000);
-        QCOMPARE(w.audioFormat.sampleSize(), 32);
-        QCOMPARE(w.audioFormat.sampleType(), QAudioFormat::Float);
-    }
-
-    // Before a run both sounds and the time axis are built; during a run only
-    // the deviant, to which the standard is then rescaled: a noise deviant
-    // leaves the sinusoid standard a sinusoid.
-    void fullBuildAndDeviantOnlyRebuild()
-    {
-        MainWindow w;
-        w.params.soundType = 0;
-        w.params.equaliseRms = false;
-        w.params.trialCount = 0;
-        w.generateSounds();
-        QVERIFY(std::abs(w.standardSound[10] - 1.0) < 1e-12);
-        QVERIFY(std::abs(w.deviantSound[10] - 0.333991) < 5e-7);
-        const QVector<double> standard = w.standardSound;
-        w.params.soundType = 1;
-        w.params.equaliseRms = true;
+        QStringList read;
+        for (double v : p.carrierFrequency + p.modulationFrequency + p.modulationDepth +
+                            p.frequencyDifference + p.duration +
+                            QVector<double>{p.silentInterval, p.samplingRate})
+            read << QString::number(v, 'g', 10);
+        QCOMPARE(read.join(' '), QString("500 480.5 8 0 0 0.3 0.01 0.04 0.2505 0.02 0.5 44100"));
+        QCOMPARE(QVector<int>({p.sessionType, p.soundType, p.mainParameter, p.numberOfReversals,
+                               p.reversalValues.size(), p.reversalsToCalculate, p.sessionNumber,
+                               p.nSamples[0], p.nSamples[1], p.displaySamples[0],
+                               p.displaySamples[1], w.standardSound.size(), w.deviantSound.size()}),
+                 QVector<int>({0, 0, 0, 6, 6, 6, 12, 11047, 882, 2205, 882, 11047, 882}));
+        QCOMPARE(p.filePath + "/" + p.fileName,
+                 QString("/tmp/results/Anna B_practice012_sinusoid_carrier frequency.txt"));
+        QVERIFY(p.saveData && !p.resetMdFd);
+        QCOMPARE(deviantColumn(w) + " " + w.lineEditRevToCalc->text(), QString("30 20 480.5 6"));
+        // The spectra keep the transform length of start-up while their bins
+        // follow the rate. After an answered trial the charts show the new
+        // deviant and the standard rescaled to its RMS.
+        verifyCharts(w, 44100, 2205, 882);
         w.params.trialCount = 1;
-        w.waveformTime.clear();
+        w.params.modulationDepth[1] = 0.1;
         w.generateSounds();
-        QVERIFY(w.waveformTime.isEmpty());
-        const double factor = w.standardSound[10] / standard[10];
-        for (int j = 1; j < standard.size(); j += 997)
-            QVERIFY(std::abs(w.standardSound[j] - factor * standard[j]) < 1e-12);
-        QVERIFY(std::abs(rms(w.standardSound) - rms(w.deviantSound)) < 1e-9);
-    }
+        w.updateWaveformCharts();
+        w.computeSpectra();
+        w.updateSpectrumCharts();
+        verifyCharts(w, 44100, 2205, 882);
+        // A rate the panel refuses still gives finite axes and no points.
+        w.params.samplingRate = 0;
+        w.updateWaveformCharts();
+        QCOMPARE(p.displaySamples, QVector<int>({0, 0}));
+        QVERIFY(qIsFinite(w.axisXWaveStd->max()) && qIsFinite(w.axisXWaveDev->max()));
 
-    void emptyStandardStillBuildsDeviant()
-    {
-        MainWindow w;
-        w.params.trialCount = 0;
-        w.params.nSamples = {0, 100};
-        w.updateDisplaySamples();
-        w.generateSounds();
-        QVERIFY(w.standardSound.isEmpty());
-        QCOMPARE(w.deviantSound.size(), 100);
-        QCOMPARE(w.waveformTime.size(), 100);
-    }
+        // Checked, "Reset md/fd" replaces the typed deviant values, carrier
+        // included, with the start values for the standard carrier.
+        w.checkBoxResetMdFd->setChecked(true);
+        w.lineEditCarrierFreqStd->setText("2000");
+        w.pushButtonView->click();
+        QCOMPARE(deviantColumn(w), QString("0.0000 100.0000 1900.00"));
 
-    void quitEndsWithExitCodeZero()
-    {
-        QProcess program;
-        program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        program.start(QCoreApplication::applicationFilePath(), {"--quit-child"});
-        QVERIFY(program.waitForFinished(60000));
-        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(program.exitCode(), 0);
-        QCOMPARE(program.readAllStandardOutput().trimmed(), QByteArray("window closed"));
+        // A refused View or Go names every offending field in a warning,
+        // gives the first the focus with its text selected, and changes
+        // nothing. Field names follow the labels, with the column in the two
+        // columns.
+        w.checkBoxResetMdFd->setChecked(false);
+        type(w, "NumReversals=14; RevToCalc=20; ModDepthDev=101; SamplingRate=inf");
+        const QString texts = panel(w);
+        for (QPushButton *button : {w.pushButtonView, w.pushButtonGo}) {
+            w.lineEditSubCode->setFocus();
+            button->click();
+            QVERIFY(w.focusWidget() == w.lineEditModDepthDev &&
+                    w.lineEditModDepthDev->selectedText() == "101");
+        }
+        QCOMPARE(boxes(catcher).count("Warning: No session can be made from these values."), 2);
+        QCOMPARE(
+            boxes(catcher).count("\nModulation depth (%) Deviant: 0 to 100 %\nSampling rate: "), 2);
+        QCOMPARE(panel(w), texts);
+        QVERIFY(p.numberOfReversals == 6 && p.reversalsToCalculate == 6 && p.resetMdFd &&
+                w.isEnabled() && w.pushButtonGo->isEnabled() && !w.subjectWindow);
+        type(w, "ModDepthDev=30; SamplingRate=44100");
+        catcher.boxes.clear();
+
+        // Go reads the panel again but keeps the sounds View built; the window
+        // stays disabled until the participant window is closed, and Go until
+        // the next View.
+        const double *viewed = w.standardSound.constData();
+        w.lineEditSilentInterval->setText("250");
+        w.pushButtonGo->click();
+        QVERIFY(!w.isEnabled() && w.pushButtonView->isEnabledTo(&w) &&
+                !w.pushButtonGo->isEnabledTo(&w));
+        QVERIFY(p.silentInterval == 0.25 && w.standardSound.constData() == viewed);
+        QPointer<SubjectWindow> first = w.subjectWindow;
+        QVERIFY(first && first->parent() == &w && first->isVisible());
+        first->hide();
+        emit first->subjectWindowClosed();
+        QVERIFY(w.isEnabled() && w.pushButtonView->isEnabled() && !w.pushButtonGo->isEnabled());
+        QCOMPARE(boxes(catcher), QString());
     }
 };
 
-// With --quit-child the binary runs the program's own start-up and presses Quit
-// once the event loop runs, so the exit code is the one main() would return.
-int main(int argc, char **argv)
-{
-    QApplication app(argc, argv);
-    if (argc > 1 && QByteArray(argv[1]) == "--quit-child") {
-        MainWindow window;
-        window.show();
-        QTimer::singleShot(0, window.pushButtonQuit, &QPushButton::click);
-        const int code = app.exec();
-        printf("window closed\n");
-        return code;
-    }
-    TestMainWindow test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(TestMainWindow)
 #include "tst_mainwindow.moc"

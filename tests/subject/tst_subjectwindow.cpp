@@ -2,200 +2,95 @@
 #include "subject/subjectwindow.h"
 #include "support/modalcatcher.h"
 
-#include <QGuiApplication>
-#include <QLabel>
-#include <QPushButton>
-#include <QScreen>
-#include <QSignalSpy>
 #include <QtTest>
-
-namespace
-{
-const QString playing =
-    " QPushButton {background-color: rgb(0, 255, 0); border: 1px solid rgb(180, 180, 180);} ";
-const QString playedOuter = " QPushButton {background-color: rgb(190, 190, 190); border: none;} ";
-const QString playedChoice =
-    " QPushButton {background-color: rgb(240, 240, 240); border: 1px solid rgb(180, 180, 180);} ";
-const QString readyToChoose =
-    "QPushButton:hover {background-color: rgb(0, 255, 255); border: 1px solid blue;}";
-
-QList<QPushButton *> numbered(const SubjectWindow &w)
-{
-    return {w.pushButtonChoice1, w.pushButtonChoice2, w.pushButtonChoice3, w.pushButtonChoice4};
-}
-
-// Which of the four numbered buttons, "I am ready", the result line and Done
-// are visible, as a string of 1s and 0s.
-QString visible(const SubjectWindow &w)
-{
-    QString shown;
-    for (QWidget *widget : QList<QWidget *>(
-             {w.pushButtonChoice1, w.pushButtonChoice2, w.pushButtonChoice3, w.pushButtonChoice4,
-              w.pushButtonIAmReady, w.labelResult, w.pushButtonDone}))
-        shown += widget->isVisible() ? '1' : '0';
-    return shown;
-}
-
-// The same for the enabled state of the window and the numbered buttons.
-QString enabled(const SubjectWindow &w)
-{
-    QString state = w.isEnabled() ? "1" : "0";
-    for (QPushButton *b : numbered(w))
-        state += b->isEnabled() ? '1' : '0';
-    return state;
-}
-
-// A shown participant window whose parent, like the experimenter window
-// during a run, was disabled before the participant window was made.
-struct Run {
-    QMainWindow parent;
-    SubjectWindow *window;
-    Run()
-    {
-        parent.setEnabled(false);
-        window = new SubjectWindow(&parent);
-        window->show();
-    }
-};
-} // namespace
+#include <QtWidgets>
 
 class TestSubjectWindow : public QObject
 {
     Q_OBJECT
 
+    // The numbered buttons' looks (P playing in green, O played outer sound in
+    // grey, C played choice sound in light grey, R ready to choose with a
+    // hover look, - none); 1 or 0 for the window and each numbered button
+    // taking a click; which of the numbered buttons, "I am ready", Done and
+    // the result line are visible.
+    static QString state(const SubjectWindow &w)
+    {
+        QString looks, enabled = QString::number(w.isEnabled()), visible;
+        for (QPushButton *b : {w.pushButtonChoice1, w.pushButtonChoice2, w.pushButtonChoice3,
+                               w.pushButtonChoice4, w.pushButtonIAmReady, w.pushButtonDone}) {
+            const QString sheet = b->styleSheet();
+            looks += sheet.contains("rgb(0, 255, 0)")        ? 'P'
+                     : sheet.contains("rgb(190, 190, 190)")  ? 'O'
+                     : sheet.contains("rgb(240, 240, 240)")  ? 'C'
+                     : sheet.startsWith("QPushButton:hover") ? 'R'
+                                                             : '-';
+            enabled += QString::number(b->isEnabled());
+            visible += QString::number(b->isVisible());
+        }
+        return looks.left(4) + " " + enabled.left(5) + " " + visible +
+               QString::number(w.labelResult->isVisible());
+    }
+
 private slots:
-    // Ready → Listening → Choosing → Result → Closed, twice through a trial
-    // (answers 2 and 3): one ready code, one answer per trial, and clicks on
-    // buttons that should not take them send nothing. The parent is disabled,
-    // as the experimenter window is during a run; Qt hands a parent's change
-    // of enabled state on to its child windows, and the participant window
-    // keeps its own state anyway.
+    // Ready, two trials answered 2 and 3, the result and the close, in a
+    // window whose parent is disabled as the experimenter window is during a
+    // run: the parent's changes of state must not reach the window.
     void wholeRun()
     {
-        Run run;
-        SubjectWindow &w = *run.window;
-        QVERIFY(QTest::qWaitForWindowExposed(&w));
-        QCOMPARE(w.windowTitle(), QString("Quorvan Lab | Veltrane (v062) | Subject Window"));
-        QCOMPARE(w.geometry(), windowGeometry(QGuiApplication::primaryScreen()->availableSize(),
-                                              true, 0.55, 0.3));
-        QCOMPARE(visible(w), QString("0000100"));
-        QSignalSpy responded(&w, SIGNAL(subjectResponded(int)));
-        QSignalSpy closed(&w, SIGNAL(subjectWindowClosed()));
-        QTest::mouseClick(w.pushButtonIAmReady, Qt::LeftButton);
-        QCOMPARE(visible(w), QString("1111000"));
+        QCOMPARE(windowGeometry(QSize(1920, 1040), true, 0.55, 0.3), QRect(432, 364, 1056, 312));
+        QMainWindow parent;
+        parent.setEnabled(false);
+        auto *w = new SubjectWindow(&parent);
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        QCOMPARE(w->windowTitle(), QString("Quorvan Lab | Veltrane (v062) | Subject Window"));
+        QCOMPARE(w->geometry(), windowGeometry(QGuiApplication::primaryScreen()->availableSize(),
+                                               true, 0.55, 0.3));
+        QCOMPARE(state(*w), QString("---- 11111 0000100"));
+        QSignalSpy responded(w, SIGNAL(subjectResponded(int)));
+        QSignalSpy closed(w, SIGNAL(subjectWindowClosed()));
+        QTest::mouseClick(w->pushButtonIAmReady, Qt::LeftButton);
+        QCOMPARE(state(*w), QString("---- 00000 1111000"));
 
-        for (int choice : {2, 3}) {
-            for (int index = 1; index <= 4; ++index) {
-                w.updateSubjectWindow(index);
-                run.parent.setEnabled(true);
-                QCOMPARE(enabled(w), QString("00000"));
-                run.parent.setEnabled(false);
-                for (QPushButton *b :
-                     {w.pushButtonIAmReady, w.pushButtonChoice2, w.pushButtonChoice3})
-                    b->click();
+        const QStringList trials[2] = {{"P---", "OP--", "OCP-", "OCCP", "ORRO"},
+                                       {"PRRO", "OPRO", "OCPO", "OCCP", "ORRO"}};
+        for (int trial = 0; trial < 2; ++trial) {
+            for (int i = 0; i < 5; ++i) {
+                w->updateSubjectWindow(i < 4 ? i + 1 : -1);
+                parent.setEnabled(true);
+                parent.setEnabled(false);
+                QCOMPARE(state(*w), trials[trial][i] + (i < 4 ? " 00000" : " 10110") + " 1111000");
             }
-            w.updateSubjectWindow(-1);
-            run.parent.setEnabled(true);
-            run.parent.setEnabled(false);
-            QCOMPARE(enabled(w), QString("10110"));
-            QTest::mouseClick(w.pushButtonChoice1, Qt::LeftButton);
-            QTest::mouseClick(w.pushButtonChoice4, Qt::LeftButton);
-            QTest::mouseClick(numbered(w)[choice - 1], Qt::LeftButton);
-            QVERIFY(!w.isEnabled());
-            w.pushButtonChoice2->click();
-            w.pushButtonChoice3->click();
+            // Any other index only disables; -1 enables the choice again.
+            w->updateSubjectWindow(trial == 0 ? 0 : 5);
+            QCOMPARE(state(*w), QString("ORRO 00000 1111000"));
+            w->updateSubjectWindow(-1);
+            QTest::mouseClick(trial == 0 ? w->pushButtonChoice2 : w->pushButtonChoice3,
+                              Qt::LeftButton);
+            QVERIFY(!w->isEnabled());
         }
-        QCOMPARE(responded.size(), 3);
-        QCOMPARE(QVector<int>(
-                     {responded[0][0].toInt(), responded[1][0].toInt(), responded[2][0].toInt()}),
-                 QVector<int>({0, 2, 3}));
+        QVERIFY(responded == QList<QVariantList>({{0}, {2}, {3}}));
 
-        w.finishExperiment(0.2, 600, 1, 1000);
-        QVERIFY(w.isEnabled());
-        QCOMPARE(visible(w), QString("0000011"));
+        w->finishExperiment(0.012345678, 523.25, 0, 1000);
+        QCOMPARE(w->labelResult->text(),
+                 QString("Frequency Difference = 12.3457 Hz,   Reaction Time = 523.25 ms"));
+        w->finishExperiment(0.2, 600, 1, 1000);
+        QCOMPARE(w->labelResult->text(),
+                 QString("Modulation Threshold = 20 %,   Reaction Time = 600 ms"));
+        QCOMPARE(state(*w), QString("ORRO 10110 0000011"));
 
-        // Done, or closing by the frame, asks first: No and Cancel keep the
-        // window; Yes hides it (it is not destroyed) and says so once.
+        // Done asks first: No keeps the window, Yes hides it and says so once.
         ModalCatcher catcher;
-        catcher.arm(QMessageBox::No);
-        QTest::mouseClick(w.pushButtonDone, Qt::LeftButton);
-        catcher.verifyShown();
-        catcher.arm(QMessageBox::Cancel);
-        QVERIFY(!w.close());
-        catcher.verifyShown();
-        QVERIFY(w.isVisible());
-        QCOMPARE(closed.size(), 0);
-        catcher.arm(QMessageBox::Yes);
-        QTest::mouseClick(w.pushButtonDone, Qt::LeftButton);
-        catcher.verifyShown();
-        QCOMPARE(closed.size(), 1);
-        QVERIFY(!w.isVisible() && w.parent() == &run.parent);
-        QCOMPARE(responded.size(), 3);
-        QCOMPARE(catcher.boxes.size(), 3);
-        for (const ModalCatcher::Box &box : catcher.boxes)
-            QCOMPARE(box.title + ": " + box.text,
+        for (auto answer : {QMessageBox::No, QMessageBox::Yes}) {
+            catcher.arm(answer);
+            QTest::mouseClick(w->pushButtonDone, Qt::LeftButton);
+            catcher.verifyShown();
+            QCOMPARE(catcher.boxes.last().title + ": " + catcher.boxes.last().text,
                      QString("Confirmation MessageBox: Do you want to close this window?\n"));
-    }
-
-    // Lighting from a window that has been through one whole trial; 0 and 5
-    // light nothing and only disable.
-    void lighting_data()
-    {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<QStringList>("expected");
-        const QStringList before{playedOuter, readyToChoose, readyToChoose, playedOuter};
-        QTest::newRow("1") << 1 << QStringList{playing, readyToChoose, readyToChoose, playedOuter};
-        QTest::newRow("2") << 2 << QStringList{playedOuter, playing, readyToChoose, playedOuter};
-        QTest::newRow("3") << 3 << QStringList{playedOuter, playedChoice, playing, playedOuter};
-        QTest::newRow("4") << 4 << QStringList{playedOuter, readyToChoose, playedChoice, playing};
-        QTest::newRow("-1") << -1 << before;
-        QTest::newRow("0") << 0 << before;
-        QTest::newRow("5") << 5 << before;
-    }
-
-    void lighting()
-    {
-        QFETCH(int, index);
-        QFETCH(QStringList, expected);
-        Run run;
-        SubjectWindow &w = *run.window;
-        w.on_pushButtonIAmReady_clicked();
-        for (int i : {1, 2, 3, 4, -1})
-            w.updateSubjectWindow(i);
-        w.updateSubjectWindow(index);
-        QStringList sheets;
-        for (QPushButton *b : numbered(w))
-            sheets << b->styleSheet();
-        QCOMPARE(sheets, expected);
-        QCOMPARE(enabled(w), index == -1 ? QString("10110") : QString("00000"));
-    }
-
-    void resultText_data()
-    {
-        QTest::addColumn<double>("threshold");
-        QTest::addColumn<double>("reactionTime");
-        QTest::addColumn<int>("mainParameter");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("frequency")
-            << 0.012345678 << 523.25 << 0
-            << "Frequency Difference = 12.3457 Hz,   Reaction Time = 523.25 ms";
-        QTest::newRow("modulation")
-            << 0.2 << 600.0 << 1 << "Modulation Threshold = 20 %,   Reaction Time = 600 ms";
-        QTest::newRow("six digits")
-            << 0.123456789 << 1234567.0 << 1
-            << "Modulation Threshold = 12.3457 %,   Reaction Time = 1.23457e+06 ms";
-        QTest::newRow("other parameter") << 0.2 << 600.0 << 2 << QString();
-    }
-
-    void resultText()
-    {
-        QFETCH(double, threshold);
-        QFETCH(double, reactionTime);
-        QFETCH(int, mainParameter);
-        QFETCH(QString, text);
-        Run run;
-        run.window->finishExperiment(threshold, reactionTime, mainParameter, 1000.0);
-        QCOMPARE(run.window->labelResult->text(), text);
+            QCOMPARE(w->isVisible(), answer == QMessageBox::No);
+            QCOMPARE(closed.size(), answer == QMessageBox::No ? 0 : 1);
+        }
     }
 };
 
