@@ -15,9 +15,7 @@
 
 #include "app/mainwindow.h"
 #include "stimulus/samplebytes.h"
-#include "support/pulsecapture.h"
-#include "support/simulatedparticipant.h"
-#include "support/trialobserver.h"
+#include "support/runharness.h"
 
 #include <QApplication>
 #include <QEventLoop>
@@ -77,9 +75,9 @@ int main(int argc, char **argv)
             return usage();
     }
 
-    PulseCapture capture;
+    PulseServer capture;
     QString error;
-    if (!capture.start(&error)) {
+    if (!capture.start(&error, PulseServer::Sink::Pipe)) {
         std::fprintf(stderr, "timing_report: %s\n", qPrintable(error));
         return 1;
     }
@@ -94,8 +92,7 @@ int main(int argc, char **argv)
     const int period =
         static_cast<int>(1000 * std::max(window.params.duration[0], window.params.duration[1]) +
                          1000 * window.params.silentInterval);
-    TrialObserver observer(window, &capture);
-    SimulatedParticipant participant(window, 0.2, 500);
+    RunHarness participant(window, 0.2, 500, &capture);
     // When each trial's timer was started: right after the code that started it.
     QVector<qint64> timerStarts;
     participant.afterResponse = [&] {
@@ -103,7 +100,7 @@ int main(int argc, char **argv)
             window.soundTimer->setTimerType(Qt::CoarseTimer);
             window.soundTimer->start();
         }
-        timerStarts.append(PulseCapture::nowNs());
+        timerStarts.append(PulseServer::nowNs());
     };
 
     QEventLoop loop;
@@ -119,7 +116,7 @@ int main(int argc, char **argv)
     loop.exec();
 
     std::printf("Timing report: %s timer, period %d ms, %d trials\n", coarse ? "coarse" : "precise",
-                period, observer.trials.size());
+                period, participant.trials.size());
     std::printf("Onsets in ms on the audio output's timeline; tick 1 = first tick after the\n"
                 "timer started, minus the period (measured when soundPlaying(1) is emitted,\n"
                 "after the output has been started); IOI = inter-onset interval; latency =\n"
@@ -132,9 +129,10 @@ int main(int argc, char **argv)
     int exact = 0;
     int intervals = 0;
     qint64 firstOnset = -1;
-    for (int t = 0; t < observer.trials.size(); ++t) {
-        const TrialObserver::Trial &trial = observer.trials[t];
-        if (trial.startNs.size() != 4 || trial.endNs < 0)
+    for (int t = 0; t < participant.trials.size(); ++t) {
+        const RunHarness::Trial &trial = participant.trials[t];
+        const QVector<RunHarness::Interval> played = participant.intervalsOf(t);
+        if (played.size() != 4 || trial.endNs < 0)
             continue;
         qint64 onset[4];
         bool allExact = true;
@@ -142,38 +140,39 @@ int main(int argc, char **argv)
         for (int k = 0; k < 4; ++k) {
             const QByteArray sound =
                 float32LittleEndian(k + 1 == trial.stimPosition ? trial.deviant : trial.standard);
-            onset[k] = capture.onsetOf(sound, trial.startPosition[k] - PulseCapture::rate / 100,
-                                       PulseCapture::rate);
+            onset[k] = capture.onsetOf(sound, played[k].capturePosition - PulseServer::rate / 100,
+                                       PulseServer::rate);
             const bool same = onset[k] >= 0 && capture.bytes(onset[k], sound.size() / 4) == sound;
             allExact = allExact && same;
             exact += same;
             ++intervals;
             if (onset[k] >= 0)
-                latency.add((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6);
+                latency.add((capture.arrivalNs(onset[k]) - played[k].startNs) / 1e6);
             lastSound = sound;
         }
         if (firstOnset < 0)
             firstOnset = onset[0];
         double ioi[3];
         for (int k = 0; k < 3; ++k) {
-            ioi[k] = (onset[k + 1] - onset[k]) * 1000.0 / PulseCapture::rate;
+            ioi[k] = (onset[k + 1] - onset[k]) * 1000.0 / PulseServer::rate;
             ioiError.add(ioi[k] - period);
         }
         const qint64 endSample = onset[3] + lastSound.size() / 4 - 1;
         const double delay = (trial.endNs - capture.arrivalNs(endSample)) / 1e6;
         endToClock.add(delay);
         const double tick1 =
-            t < timerStarts.size() ? (trial.startNs[0] - timerStarts[t]) / 1e6 - period : 0.0;
+            t < timerStarts.size() ? (played[0].startNs - timerStarts[t]) / 1e6 - period : 0.0;
         firstTick.add(tick1);
         for (int k = 0; k < 4 && t < timerStarts.size(); ++k)
-            lateTicks.add((trial.startNs[k] - timerStarts[t]) / 1e6 - (k + 1.0) * period);
+            lateTicks.add((played[k].startNs - timerStarts[t]) / 1e6 - (k + 1.0) * period);
         QString lat;
         for (int k = 0; k < 4; ++k)
-            lat += QString::number((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6, 'f', 1) +
-                   (k < 3 ? "/" : "");
+            lat +=
+                QString::number((capture.arrivalNs(onset[k]) - played[k].startNs) / 1e6, 'f', 1) +
+                (k < 3 ? "/" : "");
         std::printf("%5d %3d %10.1f %+7.1f %9.1f %9.1f %9.1f   %-27s %+10.1f %5s\n", t + 1,
-                    trial.stimPosition, (onset[0] - firstOnset) * 1000.0 / PulseCapture::rate,
-                    tick1, ioi[0], ioi[1], ioi[2], qPrintable(lat), delay, allExact ? "yes" : "NO");
+                    trial.stimPosition, (onset[0] - firstOnset) * 1000.0 / PulseServer::rate, tick1,
+                    ioi[0], ioi[1], ioi[2], qPrintable(lat), delay, allExact ? "yes" : "NO");
     }
     if (ioiError.values.isEmpty()) {
         std::fprintf(stderr, "timing_report: no complete trial was captured\n");
