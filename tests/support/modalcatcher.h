@@ -2,7 +2,6 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -20,7 +19,7 @@
 // several names: each time a save dialog shows (a new one, or the same one
 // still open because the name typed was a folder), the next name is typed and
 // Save pressed; an empty name, or none left, cancels it. From then on, while
-// the catcher lives, every message box that no arm() expects is recorded in
+// the catcher lives, message boxes that no arm() expects are recorded in
 // `boxes` and closed with OK.
 class ModalCatcher
 {
@@ -31,7 +30,7 @@ public:
     };
     struct SaveDialog {
         QString title;
-        QString proposed;  // the file the dialog showed
+        QString proposed;  // the file it showed
         QString directory; // the folder it showed
         QStringList filters;
         QString selectedFilter;
@@ -45,14 +44,12 @@ public:
         answer = button;
         poll();
     }
-
     void answerSaveDialogs(const QStringList &names)
     {
         saveNames = names;
         saving = true;
         poll();
     }
-
     // Callers check QTest::currentTestFailed() afterwards.
     void verifyShown(int timeoutMs = 5000) { QTRY_VERIFY_WITH_TIMEOUT(pending == 0, timeoutMs); }
 
@@ -65,27 +62,25 @@ private:
         if (scheduled || (pending == 0 && !saving))
             return;
         scheduled = true;
-        QTimer::singleShot(pollMs, &lifetime, [this] {
+        QTimer::singleShot(10, &lifetime, [this] {
             scheduled = false;
-            if (pending == 0 && !saving)
-                return;
             QWidget *modal = QApplication::activeModalWidget();
-            // The next poll is scheduled first: the click below may run the
-            // rest of a save, with further boxes, in nested event loops.
+            // The next poll comes first: a click below may run the rest of a
+            // save, with further boxes, in nested event loops.
             poll();
             auto *fileDialog = qobject_cast<QFileDialog *>(modal);
+            auto *box = qobject_cast<QMessageBox *>(modal);
             if (fileDialog && saving) {
                 if (fileDialog->isVisible())
                     save(fileDialog);
-            } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
-                auto *messageBox = qobject_cast<QMessageBox *>(modal);
-                boxes.append({dialog->windowTitle(), messageBox ? messageBox->text() : QString()});
-                QAbstractButton *b =
-                    messageBox ? messageBox->button(pending ? answer : QMessageBox::Ok) : nullptr;
+            } else if (modal && (pending > 0 || (box && saving))) {
+                boxes.append({modal->windowTitle(), box ? box->text() : QString()});
+                QAbstractButton *button =
+                    box ? box->button(pending ? answer : QMessageBox::Ok) : nullptr;
                 pending = qMax(0, pending - 1);
-                if (b)
-                    b->click();
-                else
+                if (button)
+                    button->click();
+                else if (auto *dialog = qobject_cast<QDialog *>(modal))
                     dialog->reject();
             }
         });
@@ -94,12 +89,11 @@ private:
     void save(QFileDialog *dialog)
     {
         auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
-        auto *buttons = dialog->findChild<QDialogButtonBox *>("buttonBox");
         // While its name box has no focus, the dialog writes the file selected
         // in its list into the box whenever the list changes, and the list is
         // filled in the background: a typed name would be overwritten. So the
         // box gets the focus first, and the name is typed at a later poll.
-        if (edit && !edit->hasFocus() && ++focusTries < maxFocusTries) {
+        if (edit && !edit->hasFocus() && ++focusTries < 100) {
             dialog->activateWindow();
             edit->setFocus(Qt::OtherFocusReason);
             return;
@@ -109,20 +103,14 @@ private:
         saveDialogs.append({dialog->windowTitle(), dialog->selectedFiles().value(0),
                             dialog->directory().absolutePath(), dialog->nameFilters(),
                             dialog->selectedNameFilter(), dialog->options(), typed});
-        if (typed.isEmpty() || !edit || !buttons) {
-            dialog->reject();
-            return;
-        }
+        if (typed.isEmpty() || !edit)
+            return dialog->reject();
         edit->clear();
         QTest::keyClicks(edit, typed);
-        buttons->button(QDialogButtonBox::Save)->click();
+        dialog->findChild<QDialogButtonBox *>("buttonBox")->button(QDialogButtonBox::Save)->click();
     }
 
-    static constexpr int pollMs = 10;
-    static constexpr int maxFocusTries = 100;
-    // Context of the polling timers: a catcher that goes away (say, after a
-    // failed test) takes its pending polls with it.
-    QObject lifetime;
+    QObject lifetime; // a catcher that goes away takes its pending polls with it
     bool scheduled = false;
     int pending = 0;
     QMessageBox::StandardButton answer = QMessageBox::Ok;

@@ -1,17 +1,24 @@
 #pragma once
 
 #include "app/mainwindow.h"
+#include "procedure/staircase.h"
+#include "subject/subjectwindow.h"
+#include "support/modalcatcher.h"
 #include "support/pulseserver.h"
 
-#include <QObject>
-#include <QStringList>
-#include <QVector>
+#include <QAudioOutput>
+#include <QBuffer>
+#include <QCheckBox>
+#include <QEventLoop>
+#include <QLineEdit>
+#include <QTimer>
 
 #include <functional>
+#include <utility>
 
 // A short session as an experimenter would type it: modulation-depth track of
 // a sinusoid with the start value reset to 50 %, the given sound and silence
-// lengths and reversal counts; the results go into `folder` when it is set.
+// lengths and reversal counts; "Save data to file" into `folder` when it is set.
 struct ShortSession {
     int soundMs = 20;
     int silentMs = 10;
@@ -21,12 +28,12 @@ struct ShortSession {
 };
 
 // Runs a window as experimenter and participant do, and notes what every
-// interval did. The simulated participant hears the deviant whenever the
-// tracked value presented is at least `threshold` and otherwise picks the
-// other sound, answering `delayMs` after the fourth sound has ended, through
-// the participant window's buttons once Go has made it (otherwise it sends
-// the codes to updateMainwindow as that window would). One harness may serve
-// many runs of its window; its notes then run on.
+// interval did and what the program logged while the harness lives. The
+// simulated participant hears the deviant whenever the tracked value presented
+// is at least `threshold` and otherwise picks the other sound, answering
+// `delayMs` after the fourth sound has ended, through the participant window's
+// buttons once Go has made it (before, it sends the codes to updateMainwindow
+// as that window would). The notes of several runs in one window run on.
 class RunHarness
 {
 public:
@@ -41,28 +48,92 @@ public:
         int index = 0;
         qint64 startNs = -1;         // soundPlaying(index), just after the output started
         qint64 capturePosition = -1; // how far the capture had come then
-        qint64 releasedNs = -1;      // when its output was destroyed
         bool idle = false;           // its output reported the end of its sound
         bool stoppedWithError = false;
     };
 
     RunHarness(MainWindow &window, double threshold, int delayMs,
-               const PulseServer *capture = nullptr);
+               const PulseServer *capture = nullptr)
+        : window(window), threshold(threshold), delayMs(delayMs), capture(capture)
+    {
+        QObject::connect(&window, &MainWindow::soundPlaying, &context,
+                         [this](int index) { note(index); });
+        QObject::connect(&window, &MainWindow::doneDataCollection, &context,
+                         [this] { ++finished; });
+        enclosing = std::exchange(current, this);
+        previousHandler = qInstallMessageHandler(&RunHarness::log);
+    }
+    ~RunHarness()
+    {
+        qInstallMessageHandler(previousHandler);
+        current = enclosing;
+    }
 
-    static void typeSession(MainWindow &window, const ShortSession &session);
-    void begin(const ShortSession &session); // typeSession, View, Go
-    void pressReady();
-    // pressReady, then waits until the run has finished (doneDataCollection).
-    bool run(int timeoutMs);
+    static void typeSession(MainWindow &w, const ShortSession &s)
+    {
+        w.lineEditDurationStd->setText(QString::number(s.soundMs));
+        w.lineEditDurationDev->setText(QString::number(s.soundMs));
+        w.lineEditSilentInterval->setText(QString::number(s.silentMs));
+        w.lineEditNumReversals->setText(QString::number(s.reversals));
+        w.lineEditRevToCalc->setText(QString::number(s.reversalsToCalculate));
+        w.checkBoxResetMdFd->setChecked(true);
+        w.checkBoxSaveData->setChecked(!s.folder.isEmpty());
+        if (!s.folder.isEmpty())
+            w.lineEditFilePath->setText(s.folder);
+    }
+    void begin(const ShortSession &session) // typeSession, View and Go
+    {
+        typeSession(window, session);
+        window.on_pushButtonView_clicked();
+        window.on_pushButtonGo_clicked();
+    }
+    void pressReady() { respond(0); }
+    // "I am ready", then waits until the run has finished (doneDataCollection).
+    bool run(int timeoutMs)
+    {
+        const int before = finished;
+        pressReady();
+        return waitUntil([&] { return finished > before; }, timeoutMs);
+    }
     // Closes the participant window with "Yes" to its question; false when the
     // question never came.
-    static bool closeParticipantWindow(MainWindow &window);
+    static bool closeParticipantWindow(MainWindow &window)
+    {
+        if (!window.subjectWindow || !window.subjectWindow->isVisible())
+            return true;
+        ModalCatcher catcher;
+        catcher.arm(QMessageBox::Yes);
+        window.subjectWindow->close();
+        return waitUntil([&] { return catcher.boxes.size() == 1; }, 5000) &&
+               !window.subjectWindow->isVisible();
+    }
     // Waits in a real event loop, checking every 2 ms, until done() holds or
     // the time is up. QTRY_* would sleep between its checks and delay the
     // sound timer's ticks and the outputs' notifications.
-    static bool waitUntil(const std::function<bool()> &done, int timeoutMs);
+    static bool waitUntil(const std::function<bool()> &done, int timeoutMs)
+    {
+        QDeadlineTimer deadline(timeoutMs);
+        QEventLoop loop;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (done() || deadline.hasExpired())
+                loop.quit();
+        });
+        poll.start(2);
+        if (!done())
+            loop.exec();
+        return done();
+    }
 
-    QVector<Interval> intervalsOf(int trial) const;
+    QVector<Interval> intervalsOf(int trial) const
+    {
+        QVector<Interval> played;
+        for (const Interval &i : intervals) {
+            if (i.trial == trial)
+                played.append(i);
+        }
+        return played;
+    }
     int liveOutputs() const { return outputsMade - outputsDestroyed; }
     int liveBuffers() const { return buffersMade - buffersDestroyed; }
 
@@ -71,11 +142,65 @@ public:
     std::function<void()> afterResponse; // after every code sent, the ready code included
     QVector<Trial> trials;
     QVector<Interval> intervals;
-    QVector<int> indexes; // every index soundPlaying carried, in order
+    QStringList warnings;
+    QStringList debugLines;
 
 private:
-    void noteInterval(int index);
-    void answer();
+    void note(int index)
+    {
+        const qint64 now = PulseServer::nowNs();
+        if (index == 1 || trials.isEmpty())
+            trials.append({window.standardSound, window.deviantSound, window.params.stimPosition});
+        if (index == -1) {
+            trials.last().endNs = now;
+            const int stim = window.params.stimPosition;
+            const bool hears = Staircase::trackedValue(window.params) >= threshold;
+            QTimer::singleShot(delayMs, Qt::PreciseTimer, &context,
+                               [this, stim, hears] { respond(hears ? stim : 5 - stim); });
+            return;
+        }
+        const int at = intervals.size();
+        intervals.append({trials.size() - 1, index, now, capture ? capture->position() : -1});
+        if (QAudioOutput *output = window.audioOutput) {
+            ++outputsMade;
+            // An error reported inside start() comes before this point.
+            const auto noteState = [this, at, output](QAudio::State state) {
+                intervals[at].idle |= state == QAudio::IdleState;
+                intervals[at].stoppedWithError |=
+                    state == QAudio::StoppedState && output->error() != QAudio::NoError;
+            };
+            noteState(output->state());
+            QObject::connect(output, &QAudioOutput::stateChanged, &context, noteState);
+            QObject::connect(output, &QObject::destroyed, &context, [this] { ++outputsDestroyed; });
+        }
+        if (QBuffer *buffer = window.audioBuffer) {
+            ++buffersMade;
+            QObject::connect(buffer, &QObject::destroyed, &context, [this] { ++buffersDestroyed; });
+        }
+    }
+
+    void respond(int code)
+    {
+        answers += code != 0;
+        SubjectWindow *subject = window.subjectWindow;
+        if (!subject)
+            window.updateMainwindow(code);
+        else
+            (code == 0   ? subject->pushButtonIAmReady
+             : code == 2 ? subject->pushButtonChoice2
+                         : subject->pushButtonChoice3)
+                ->click();
+        if (afterResponse)
+            afterResponse();
+    }
+
+    static void log(QtMsgType type, const QMessageLogContext &context, const QString &text)
+    {
+        if (type == QtWarningMsg || type == QtDebugMsg)
+            (type == QtWarningMsg ? current->warnings : current->debugLines).append(text);
+        if (current->previousHandler)
+            current->previousHandler(type, context, text);
+    }
 
     MainWindow &window;
     double threshold;
@@ -85,23 +210,10 @@ private:
     int outputsDestroyed = 0;
     int buffersMade = 0;
     int buffersDestroyed = 0;
+    // The harness that notes the log; a harness made while another lives
+    // takes over until it goes.
+    static inline RunHarness *current = nullptr;
+    RunHarness *enclosing = nullptr;
+    QtMessageHandler previousHandler = nullptr;
     QObject context;
-};
-
-// Notes the warnings and debug lines logged while it lives, and passes them on.
-class MessageLog
-{
-public:
-    MessageLog();
-    ~MessageLog();
-    MessageLog(const MessageLog &) = delete;
-    MessageLog &operator=(const MessageLog &) = delete;
-
-    QStringList warnings;
-    QStringList debugLines;
-
-private:
-    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text);
-    static inline MessageLog *current = nullptr;
-    QtMessageHandler previous = nullptr;
 };
