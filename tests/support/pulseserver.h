@@ -2,7 +2,6 @@
 
 #include <QDeadlineTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
@@ -149,17 +148,18 @@ private:
     }
 
     // Runs a shell script (pactl, parec) on the control socket with the
-    // daemon's private folders, its output discarded; true when it succeeded,
-    // or, `detached`, when it was started in the background.
+    // daemon's private folders ($0), its output discarded; true when it
+    // succeeded, or, `detached`, when it was started in the background.
+    QString exports() const
+    {
+        return "export HOME=\"$0\" XDG_RUNTIME_DIR=\"$0\" PULSE_RUNTIME_PATH=\"$0\" "
+               "PULSE_SERVER=\"unix:$0/control\"; ";
+    }
     bool shell(const QString &script, const QStringList &arguments = {},
                bool detached = false) const
     {
         const QStringList args =
-            QStringList{"-c",
-                        "export HOME=\"$0\" XDG_RUNTIME_DIR=\"$0\" PULSE_RUNTIME_PATH=\"$0\" "
-                        "PULSE_SERVER=\"unix:$0/control\"; { " +
-                            script + "; } >/dev/null 2>&1",
-                        dir.path()} +
+            QStringList{"-c", exports() + "{ " + script + "; } >/dev/null 2>&1", dir.path()} +
             arguments;
         return detached ? QProcess::startDetached("sh", args) : QProcess::execute("sh", args) == 0;
     }
@@ -173,34 +173,19 @@ private:
         return true;
     }
 
+    // A shell prints the daemon's process id and stops it when this process's
+    // end of the shell's input closes: no daemon outlives a crashed test. The
+    // sink comes first: once the program's socket exists, the sink is there.
     bool launch()
     {
-        QFile::remove(path("native"));
-        QFile::remove(path("control"));
-        QFile config(path("daemon.pa"));
-        // The sink comes first: once the program's socket exists, the sink is there.
-        if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-            config.write(QString("load-module %1\nset-default-sink veltrane\n"
-                                 "load-module module-native-protocol-unix socket=%2 "
-                                 "auth-anonymous=1\n"
-                                 "load-module module-native-protocol-unix socket=%3 "
-                                 "auth-anonymous=1\n")
-                             .arg(sinkModule(), path("control"), path("native"))
-                             .toUtf8()) < 0)
-            return false;
-        config.close();
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const char *name : {"XDG_RUNTIME_DIR", "PULSE_RUNTIME_PATH", "HOME"})
-            environment.insert(name, dir.path());
-        daemon.setProcessEnvironment(environment);
-        // A shell prints the daemon's process id and stops it when this
-        // process's end of the shell's input closes: no daemon outlives a
-        // crashed test.
-        daemon.start("sh", {"-c",
-                            "pulseaudio -n -F \"$1\" --daemonize=no --exit-idle-time=-1 "
-                            "--disallow-exit --use-pid-file=no --log-target=file:\"$2\" & "
-                            "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
-                            "sh", config.fileName(), path("pulse.log")});
+        daemon.start("sh",
+                     {"-c",
+                      exports() + "pulseaudio -n -L \"$1\" -L \"$2/control\" -L \"$2/native\" "
+                                  "--daemonize=no --exit-idle-time=-1 --disallow-exit "
+                                  "--use-pid-file=no --log-target=file:\"$0/pulse.log\" & "
+                                  "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
+                      dir.path(), sinkModule(),
+                      "module-native-protocol-unix auth-anonymous=1 socket=" + dir.path()});
         daemonPid = daemon.waitForReadyRead(5000) ? daemon.readLine().trimmed().toLongLong() : 0;
         return daemonPid > 0;
     }
