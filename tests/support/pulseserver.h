@@ -178,14 +178,14 @@ private:
     // sink comes first: once the program's socket exists, the sink is there.
     bool launch()
     {
-        daemon.start("sh",
-                     {"-c",
-                      exports() + "pulseaudio -n -L \"$1\" -L \"$2/control\" -L \"$2/native\" "
-                                  "--daemonize=no --exit-idle-time=-1 --disallow-exit "
-                                  "--use-pid-file=no --log-target=file:\"$0/pulse.log\" & "
-                                  "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
-                      dir.path(), sinkModule(),
-                      "module-native-protocol-unix auth-anonymous=1 socket=" + dir.path()});
+        daemon.start("sh", {"-c",
+                            exports() + "u=module-native-protocol-unix; pulseaudio -n -L \"$1\" "
+                                        "-L \"$u socket=$0/control auth-anonymous=1\" "
+                                        "-L \"$u socket=$0/native auth-anonymous=1\" "
+                                        "--daemonize=no --exit-idle-time=-1 --disallow-exit "
+                                        "--use-pid-file=no --log-target=file:\"$0/pulse.log\" & "
+                                        "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
+                            dir.path(), sinkModule()});
         daemonPid = daemon.waitForReadyRead(5000) ? daemon.readLine().trimmed().toLongLong() : 0;
         return daemonPid > 0;
     }
