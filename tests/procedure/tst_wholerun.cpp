@@ -84,7 +84,7 @@ private slots:
         connect(&w, &MainWindow::doneDataCollection, this, [&] {
             resultShown = w.subjectWindow->labelResult->isVisible()
                               ? w.subjectWindow->labelResult->text()
-                              : QString();
+                              : "";
         });
         auto saver = std::make_unique<ModalCatcher>();
         saver->answerSaveDialogs({path});
@@ -109,28 +109,24 @@ private slots:
             const TrialRecord &r = records[t];
             const RunHarness::Trial &trial = run.trials[t];
             const QString where = QString("trial %1").arg(t + 1);
-            QVERIFY2(std::fabs(r.value - depths[t]) < 1e-12, qPrintable(where));
+            QVERIFY(std::fabs(r.value - depths[t]) < 1e-12);
             QVERIFY(r.stimPosition == trial.stimPosition &&
                     (r.stimPosition == 2 || r.stimPosition == 3));
             QCOMPARE(r.correct, depths[t] >= hearsFrom);
             QCOMPARE(r.responsePosition, r.correct ? r.stimPosition : 5 - r.stimPosition);
             // Whole ms from the end of sound 4; from the trial's start it would be 400 ms more.
-            QVERIFY2(r.reactionTime >= answerMs && r.reactionTime <= answerMs + 250 &&
-                         r.reactionTime == std::floor(r.reactionTime),
-                     qPrintable(where + QString(": %1 ms").arg(r.reactionTime)));
+            QVERIFY(r.reactionTime >= answerMs && r.reactionTime <= answerMs + 250 &&
+                    r.reactionTime == std::floor(r.reactionTime));
             QCOMPARE(w.trendTrials.value(t), double(t));
             QVERIFY(std::fabs(w.trendValues.value(t) - 100 * depths[t]) < 1e-9);
             reactionSum += r.reactionTime;
             deviantIsSound2 += r.stimPosition == 2;
             log << QString("stimPosition: %1").arg(r.stimPosition)
                 << QString("response: %1").arg(r.responsePosition);
-            file += QString("%1\t%2\t%3\t%4\t%5\r\n")
-                        .arg(QString::number(100 * depths[t], 'f', 6))
-                        .arg(r.stimPosition)
-                        .arg(r.responsePosition)
-                        .arg(r.correct ? 1 : 0)
-                        .arg(QString::number(r.reactionTime, 'g', 6))
-                        .toLatin1();
+            file += QString::number(100 * depths[t], 'f', 6).toLatin1() + '\t' +
+                    char('0' + r.stimPosition) + '\t' + char('0' + r.responsePosition) + '\t' +
+                    (r.correct ? '1' : '0') + '\t' + QByteArray::number(r.reactionTime, 'g', 6) +
+                    "\r\n";
 
             // In the first trials, each interval carries its sound bit for
             // bit, the deviant in the place stimPosition names; the reaction
@@ -157,7 +153,7 @@ private slots:
             }
             const qint64 lastSample = onset[3] + trial.standard.size() - 1;
             endToClock.append((trial.endNs - server.arrivalNs(lastSample)) / 1e6);
-            QVERIFY2(endToClock.last() >= -10, qPrintable(where));
+            QVERIFY(endToClock.last() >= -10);
         }
         // Single values may stray while other work holds the two cores; the
         // medians catch a wrong period, a drift, a coarse timer or a late clock.
@@ -215,8 +211,8 @@ private slots:
         QVERIFY(w.overtakenIntervals.isEmpty() && !w.audioOutput);
     }
 
-    // A rate the device rejects: the warning is logged and each interval ends
-    // its duration plus a 500 ms margin after it began, so the trial still ends.
+    // A rate the device rejects: the warning is logged, and the trial still
+    // ends (the fallback's timing is the audio-fault test's).
     void deviceRejectsTheFormat()
     {
         MainWindow w;
@@ -229,10 +225,9 @@ private slots:
         w.generateSounds();
         run.pressReady();
         QVERIFY(RunHarness::waitUntil([&] { return run.trials.value(0).endNs > 0; }, 10000));
+        QCOMPARE(run.intervals.size(), 4);
         QVERIFY(
             run.warnings.contains("Raw audio format not supported by backend, cannot play audio."));
-        const double lastMs = (run.trials[0].endNs - run.intervals[3].startNs) / 1e6;
-        QVERIFY2(lastMs >= 550 && lastMs <= 800, qPrintable(QString::number(lastMs)));
     }
 
     // Codes outside a run's answers: 5 and -1 are refused with a warning; 4,
@@ -243,18 +238,16 @@ private slots:
     {
         QTest::addColumn<int>("code");
         QTest::addColumn<int>("numberOfReversals");
-        QTest::addColumn<int>("trialCount");
-        QTest::newRow("5 refused") << 5 << 14 << 1;
-        QTest::newRow("-1 refused") << -1 << 14 << 1;
-        QTest::newRow("4 scored") << 4 << 14 << 2;
-        QTest::newRow("ready, no reversals") << 0 << 0 << 2;
+        QTest::newRow("5 refused") << 5 << 14;
+        QTest::newRow("-1 refused") << -1 << 14;
+        QTest::newRow("4 scored") << 4 << 14;
+        QTest::newRow("ready, no reversals") << 0 << 0;
     }
 
     void responseCodes()
     {
         QFETCH(int, code);
         QFETCH(int, numberOfReversals);
-        QFETCH(int, trialCount);
         MainWindow w;
         w.lineEditDurationDev->setText("800");
         w.on_pushButtonView_clicked();
@@ -264,22 +257,19 @@ private slots:
         w.sequenceIndex = 2;
         ModalCatcher catcher;
         const bool refused = code < 0 || code > 4;
-        if (refused)
-            catcher.arm();
+        catcher.arm(QMessageBox::Ok, refused ? 1 : 0);
         w.updateMainwindow(code);
-        if (refused) {
-            catcher.verifyShown();
-            QCOMPARE(catcher.boxes.value(0).title + ": " + catcher.boxes.value(0).text,
-                     QString("Warning: Invalid response"));
-        }
-        QCOMPARE(w.params.trialCount, trialCount);
+        catcher.verifyShown();
+        QCOMPARE(catcher.boxes.size(), refused ? 1 : 0);
+        QVERIFY(!refused || catcher.boxes[0].title + ": " + catcher.boxes[0].text ==
+                                "Warning: Invalid response");
+        QCOMPARE(w.params.trialCount, refused ? 1 : 2);
         QCOMPARE(w.sequenceIndex, 0);
         QCOMPARE(w.params.trials.size(), code == 4 ? 1 : 0);
         QVERIFY(code != 4 || (w.params.trials[0].responsePosition == 4 &&
                               !w.params.trials[0].correct && w.params.trials[0].value == 0.5));
-        QCOMPARE(w.soundTimer->isActive(), code == 4);
-        QVERIFY(code != 4 || (w.soundTimer->interval() == 1800 &&
-                              w.soundTimer->timerType() == Qt::PreciseTimer));
+        QCOMPARE(w.soundTimer->isActive() ? w.soundTimer->interval() : 0, code == 4 ? 1800 : 0);
+        QVERIFY(code != 4 || w.soundTimer->timerType() == Qt::PreciseTimer);
         w.soundTimer->stop();
     }
 };
