@@ -30,12 +30,7 @@ public:
     };
     struct SaveDialog {
         QString title;
-        QString proposed;  // the file it showed
-        QString directory; // the folder it showed
-        QStringList filters;
-        QString selectedFilter;
-        QFileDialog::Options options;
-        QString typed;
+        QString proposed; // the file it showed
     };
 
     void arm(QMessageBox::StandardButton button = QMessageBox::Ok, int count = 1)
@@ -100,9 +95,7 @@ private:
         }
         focusTries = 0;
         const QString typed = saveNames.value(saveDialogs.size());
-        saveDialogs.append({dialog->windowTitle(), dialog->selectedFiles().value(0),
-                            dialog->directory().absolutePath(), dialog->nameFilters(),
-                            dialog->selectedNameFilter(), dialog->options(), typed});
+        saveDialogs.append({dialog->windowTitle(), dialog->selectedFiles().value(0)});
         if (typed.isEmpty() || !edit)
             return dialog->reject();
         edit->clear();
