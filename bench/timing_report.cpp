@@ -49,6 +49,26 @@ struct Summary {
     }
 };
 
+// Where `sound` (float32le bytes) begins in `captured` when it is the first
+// thing other than silence within `within` samples from `from`: the first
+// non-zero sample aligned with the sound's first non-zero sample; -1 when there
+// is none.
+qint64 onsetOf(const QByteArray &captured, const QByteArray &sound, qint64 from, qint64 within)
+{
+    const auto *expected = reinterpret_cast<const float *>(sound.constData());
+    int lead = 0;
+    while (lead < sound.size() / 4 && expected[lead] == 0.0f)
+        ++lead;
+    const QByteArray window =
+        captured.mid(static_cast<int>(4 * from), static_cast<int>(4 * within));
+    const auto *samples = reinterpret_cast<const float *>(window.constData());
+    for (int i = 0; lead < sound.size() / 4 && i < window.size() / 4; ++i) {
+        if (samples[i] != 0.0f)
+            return from + i - lead;
+    }
+    return -1;
+}
+
 int usage()
 {
     std::fprintf(stderr, "usage: timing_report [--trials N] [--coarse-timer]\n");
@@ -125,6 +145,7 @@ int main(int argc, char **argv)
     std::printf("%5s %3s %10s %7s %9s %9s %9s   %-27s %10s %5s\n", "trial", "dev", "onset 1",
                 "tick 1", "IOI 1-2", "IOI 2-3", "IOI 3-4", "latency 1/2/3/4 (ms)", "end->clock",
                 "exact");
+    const QByteArray captured = capture.captured();
     Summary ioiError, firstTick, lateTicks, latency, endToClock;
     int exact = 0;
     int intervals = 0;
@@ -140,9 +161,10 @@ int main(int argc, char **argv)
         for (int k = 0; k < 4; ++k) {
             const QByteArray sound =
                 float32LittleEndian(k + 1 == trial.stimPosition ? trial.deviant : trial.standard);
-            onset[k] = capture.onsetOf(sound, played[k].capturePosition - PulseServer::rate / 100,
-                                       PulseServer::rate);
-            const bool same = onset[k] >= 0 && capture.bytes(onset[k], sound.size() / 4) == sound;
+            onset[k] = onsetOf(captured, sound, played[k].capturePosition - PulseServer::rate / 100,
+                               PulseServer::rate);
+            const bool same = onset[k] >= 0 &&
+                              captured.mid(static_cast<int>(4 * onset[k]), sound.size()) == sound;
             allExact = allExact && same;
             exact += same;
             ++intervals;

@@ -55,20 +55,17 @@ public:
     }
 
     // What the pipe sink played. position(): samples captured so far.
-    // bytes(): the float32le bytes of samples [from, from + count), fewer when
-    // not all are there yet. arrivalNs(): when sample i came out of the sink, on
-    // the nowNs() clock to within one block; -1 while it has not.
+    // captured(): their float32le bytes. arrivalNs(): when sample i came out of
+    // the sink, on the nowNs() clock to within one block; -1 while it has not.
     qint64 position() const
     {
         std::lock_guard<std::mutex> lock(mutex);
         return data.size() / 4;
     }
-    QByteArray bytes(qint64 from, qint64 count) const
+    QByteArray captured() const
     {
         std::lock_guard<std::mutex> lock(mutex);
-        const qint64 begin = qBound<qint64>(0, from, data.size() / 4);
-        const qint64 end = qBound<qint64>(begin, from + count, data.size() / 4);
-        return data.mid(static_cast<int>(4 * begin), static_cast<int>(4 * (end - begin)));
+        return data;
     }
     qint64 arrivalNs(qint64 sample) const
     {
@@ -76,24 +73,6 @@ public:
         const auto it = std::lower_bound(arrivals.begin(), arrivals.end(), 4 * (sample + 1),
                                          [](const auto &a, qint64 n) { return a.second < n; });
         return it == arrivals.end() ? -1 : it->first;
-    }
-    // Where `sound` (float32le bytes) begins when it is the first thing other
-    // than silence within `within` samples from `from`: the first non-zero
-    // sample captured aligned with the sound's first non-zero sample; -1 when
-    // there is none. Whether it is there bit for bit is for the caller to see.
-    qint64 onsetOf(const QByteArray &sound, qint64 from, qint64 within) const
-    {
-        const auto *expected = reinterpret_cast<const float *>(sound.constData());
-        int lead = 0;
-        while (lead < sound.size() / 4 && expected[lead] == 0.0f)
-            ++lead;
-        const QByteArray window = bytes(from, within);
-        const auto *captured = reinterpret_cast<const float *>(window.constData());
-        for (int i = 0; lead < sound.size() / 4 && i < window.size() / 4; ++i) {
-            if (captured[i] != 0.0f)
-                return from + i - lead;
-        }
-        return -1;
     }
     // Monotonic, the clock of QElapsedTimer.
     static qint64 nowNs() { return QDeadlineTimer::current(Qt::PreciseTimer).deadlineNSecs(); }
@@ -104,7 +83,7 @@ public:
     // every connection on it, opens it again after downMs. unplugSink(): removes
     // the sink, as when the sound card is unplugged (its streams end), and plugs
     // it in again after downMs.
-    void kill() { stop(true); }
+    void kill() { stop(); }
     void restart()
     {
         stop();
@@ -190,16 +169,14 @@ private:
         return daemonPid > 0;
     }
 
+    // SIGKILL, as a crash: nothing of the daemon's state matters afterwards.
     // The recorder ends with its server.
-    void stop(bool crash = false)
+    void stop()
     {
-        if (crash && daemonPid > 0)
+        if (daemonPid > 0)
             ::kill(static_cast<pid_t>(daemonPid), SIGKILL);
         daemon.closeWriteChannel();
-        if (!daemon.waitForFinished(5000) && daemonPid > 0) {
-            ::kill(static_cast<pid_t>(daemonPid), SIGKILL);
-            daemon.waitForFinished(3000);
-        }
+        daemon.waitForFinished(5000);
         daemonPid = 0;
         QFile::remove(path("native"));
         QFile::remove(path("control"));

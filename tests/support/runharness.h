@@ -11,10 +11,10 @@
 #include <QCheckBox>
 #include <QEventLoop>
 #include <QLineEdit>
+#include <QPointer>
 #include <QTimer>
 
 #include <functional>
-#include <utility>
 
 // A short session as an experimenter would type it: modulation-depth track of
 // a sinusoid with the start value reset to 50 %, the given sound and silence
@@ -60,14 +60,10 @@ public:
                          [this](int index) { note(index); });
         QObject::connect(&window, &MainWindow::doneDataCollection, &context,
                          [this] { ++finished; });
-        enclosing = std::exchange(current, this);
+        current = this;
         previousHandler = qInstallMessageHandler(&RunHarness::log);
     }
-    ~RunHarness()
-    {
-        qInstallMessageHandler(previousHandler);
-        current = enclosing;
-    }
+    ~RunHarness() { qInstallMessageHandler(previousHandler); }
 
     static void typeSession(MainWindow &w, const ShortSession &s)
     {
@@ -134,10 +130,9 @@ public:
         }
         return played;
     }
-    int liveOutputs() const { return outputsMade - outputsDestroyed; }
-    int liveBuffers() const { return buffersMade - buffersDestroyed; }
+    int liveOutputs() const { return outputs.size() - outputs.count(nullptr); }
+    int liveBuffers() const { return buffers.size() - buffers.count(nullptr); }
 
-    int answers = 0;
     int finished = 0;                    // doneDataCollection signals seen
     std::function<void()> afterResponse; // after every code sent, the ready code included
     QVector<Trial> trials;
@@ -161,8 +156,9 @@ private:
         }
         const int at = intervals.size();
         intervals.append({trials.size() - 1, index, now, capture ? capture->position() : -1});
+        buffers.append(window.audioBuffer);
         if (QAudioOutput *output = window.audioOutput) {
-            ++outputsMade;
+            outputs.append(output);
             // An error reported inside start() comes before this point.
             const auto noteState = [this, at, output](QAudio::State state) {
                 intervals[at].idle |= state == QAudio::IdleState;
@@ -171,17 +167,11 @@ private:
             };
             noteState(output->state());
             QObject::connect(output, &QAudioOutput::stateChanged, &context, noteState);
-            QObject::connect(output, &QObject::destroyed, &context, [this] { ++outputsDestroyed; });
-        }
-        if (QBuffer *buffer = window.audioBuffer) {
-            ++buffersMade;
-            QObject::connect(buffer, &QObject::destroyed, &context, [this] { ++buffersDestroyed; });
         }
     }
 
     void respond(int code)
     {
-        answers += code != 0;
         SubjectWindow *subject = window.subjectWindow;
         if (!subject)
             window.updateMainwindow(code);
@@ -206,14 +196,10 @@ private:
     double threshold;
     int delayMs;
     const PulseServer *capture;
-    int outputsMade = 0;
-    int outputsDestroyed = 0;
-    int buffersMade = 0;
-    int buffersDestroyed = 0;
-    // The harness that notes the log; a harness made while another lives
-    // takes over until it goes.
+    QVector<QPointer<QObject>> outputs; // null once destroyed
+    QVector<QPointer<QObject>> buffers;
+    // The harness that notes the log: one at a time.
     static inline RunHarness *current = nullptr;
-    RunHarness *enclosing = nullptr;
     QtMessageHandler previousHandler = nullptr;
     QObject context;
 };
