@@ -15,9 +15,7 @@
 
 #include "app/mainwindow.h"
 #include "stimulus/samplebytes.h"
-#include "support/pulsecapture.h"
-#include "support/simulatedparticipant.h"
-#include "support/trialobserver.h"
+#include "support/runharness.h"
 
 #include <QApplication>
 #include <QEventLoop>
@@ -51,6 +49,26 @@ struct Summary {
     }
 };
 
+// Where `sound` (float32le bytes) begins in `captured` when it is the first
+// thing other than silence within `within` samples from `from`: the first
+// non-zero sample aligned with the sound's first non-zero sample; -1 when there
+// is none.
+qint64 onsetOf(const QByteArray &captured, const QByteArray &sound, qint64 from, qint64 within)
+{
+    const auto *expected = reinterpret_cast<const float *>(sound.constData());
+    int lead = 0;
+    while (lead < sound.size() / 4 && expected[lead] == 0.0f)
+        ++lead;
+    const QByteArray window =
+        captured.mid(static_cast<int>(4 * from), static_cast<int>(4 * within));
+    const auto *samples = reinterpret_cast<const float *>(window.constData());
+    for (int i = 0; lead < sound.size() / 4 && i < window.size() / 4; ++i) {
+        if (samples[i] != 0.0f)
+            return from + i - lead;
+    }
+    return -1;
+}
+
 int usage()
 {
     std::fprintf(stderr, "usage: timing_report [--trials N] [--coarse-timer]\n");
@@ -77,9 +95,9 @@ int main(int argc, char **argv)
             return usage();
     }
 
-    PulseCapture capture;
+    PulseServer capture;
     QString error;
-    if (!capture.start(&error)) {
+    if (!capture.start(&error, PulseServer::Sink::Pipe)) {
         std::fprintf(stderr, "timing_report: %s\n", qPrintable(error));
         return 1;
     }
@@ -94,8 +112,7 @@ int main(int argc, char **argv)
     const int period =
         static_cast<int>(1000 * std::max(window.params.duration[0], window.params.duration[1]) +
                          1000 * window.params.silentInterval);
-    TrialObserver observer(window, &capture);
-    SimulatedParticipant participant(window, 0.2, 500);
+    RunHarness participant(window, 0.2, 500, &capture);
     // When each trial's timer was started: right after the code that started it.
     QVector<qint64> timerStarts;
     participant.afterResponse = [&] {
@@ -103,7 +120,7 @@ int main(int argc, char **argv)
             window.soundTimer->setTimerType(Qt::CoarseTimer);
             window.soundTimer->start();
         }
-        timerStarts.append(PulseCapture::nowNs());
+        timerStarts.append(PulseServer::nowNs());
     };
 
     QEventLoop loop;
@@ -119,7 +136,7 @@ int main(int argc, char **argv)
     loop.exec();
 
     std::printf("Timing report: %s timer, period %d ms, %d trials\n", coarse ? "coarse" : "precise",
-                period, observer.trials.size());
+                period, participant.trials.size());
     std::printf("Onsets in ms on the audio output's timeline; tick 1 = first tick after the\n"
                 "timer started, minus the period (measured when soundPlaying(1) is emitted,\n"
                 "after the output has been started); IOI = inter-onset interval; latency =\n"
@@ -128,13 +145,15 @@ int main(int argc, char **argv)
     std::printf("%5s %3s %10s %7s %9s %9s %9s   %-27s %10s %5s\n", "trial", "dev", "onset 1",
                 "tick 1", "IOI 1-2", "IOI 2-3", "IOI 3-4", "latency 1/2/3/4 (ms)", "end->clock",
                 "exact");
+    const QByteArray captured = capture.captured();
     Summary ioiError, firstTick, lateTicks, latency, endToClock;
     int exact = 0;
     int intervals = 0;
     qint64 firstOnset = -1;
-    for (int t = 0; t < observer.trials.size(); ++t) {
-        const TrialObserver::Trial &trial = observer.trials[t];
-        if (trial.startNs.size() != 4 || trial.endNs < 0)
+    for (int t = 0; t < participant.trials.size(); ++t) {
+        const RunHarness::Trial &trial = participant.trials[t];
+        const QVector<RunHarness::Interval> played = participant.intervalsOf(t);
+        if (played.size() != 4 || trial.endNs < 0)
             continue;
         qint64 onset[4];
         bool allExact = true;
@@ -142,38 +161,40 @@ int main(int argc, char **argv)
         for (int k = 0; k < 4; ++k) {
             const QByteArray sound =
                 float32LittleEndian(k + 1 == trial.stimPosition ? trial.deviant : trial.standard);
-            onset[k] = capture.onsetOf(sound, trial.startPosition[k] - PulseCapture::rate / 100,
-                                       PulseCapture::rate);
-            const bool same = onset[k] >= 0 && capture.bytes(onset[k], sound.size() / 4) == sound;
+            onset[k] = onsetOf(captured, sound, played[k].capturePosition - PulseServer::rate / 100,
+                               PulseServer::rate);
+            const bool same = onset[k] >= 0 &&
+                              captured.mid(static_cast<int>(4 * onset[k]), sound.size()) == sound;
             allExact = allExact && same;
             exact += same;
             ++intervals;
             if (onset[k] >= 0)
-                latency.add((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6);
+                latency.add((capture.arrivalNs(onset[k]) - played[k].startNs) / 1e6);
             lastSound = sound;
         }
         if (firstOnset < 0)
             firstOnset = onset[0];
         double ioi[3];
         for (int k = 0; k < 3; ++k) {
-            ioi[k] = (onset[k + 1] - onset[k]) * 1000.0 / PulseCapture::rate;
+            ioi[k] = (onset[k + 1] - onset[k]) * 1000.0 / PulseServer::rate;
             ioiError.add(ioi[k] - period);
         }
         const qint64 endSample = onset[3] + lastSound.size() / 4 - 1;
         const double delay = (trial.endNs - capture.arrivalNs(endSample)) / 1e6;
         endToClock.add(delay);
         const double tick1 =
-            t < timerStarts.size() ? (trial.startNs[0] - timerStarts[t]) / 1e6 - period : 0.0;
+            t < timerStarts.size() ? (played[0].startNs - timerStarts[t]) / 1e6 - period : 0.0;
         firstTick.add(tick1);
         for (int k = 0; k < 4 && t < timerStarts.size(); ++k)
-            lateTicks.add((trial.startNs[k] - timerStarts[t]) / 1e6 - (k + 1.0) * period);
+            lateTicks.add((played[k].startNs - timerStarts[t]) / 1e6 - (k + 1.0) * period);
         QString lat;
         for (int k = 0; k < 4; ++k)
-            lat += QString::number((capture.arrivalNs(onset[k]) - trial.startNs[k]) / 1e6, 'f', 1) +
-                   (k < 3 ? "/" : "");
+            lat +=
+                QString::number((capture.arrivalNs(onset[k]) - played[k].startNs) / 1e6, 'f', 1) +
+                (k < 3 ? "/" : "");
         std::printf("%5d %3d %10.1f %+7.1f %9.1f %9.1f %9.1f   %-27s %+10.1f %5s\n", t + 1,
-                    trial.stimPosition, (onset[0] - firstOnset) * 1000.0 / PulseCapture::rate,
-                    tick1, ioi[0], ioi[1], ioi[2], qPrintable(lat), delay, allExact ? "yes" : "NO");
+                    trial.stimPosition, (onset[0] - firstOnset) * 1000.0 / PulseServer::rate, tick1,
+                    ioi[0], ioi[1], ioi[2], qPrintable(lat), delay, allExact ? "yes" : "NO");
     }
     if (ioiError.values.isEmpty()) {
         std::fprintf(stderr, "timing_report: no complete trial was captured\n");

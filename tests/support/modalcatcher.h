@@ -2,21 +2,34 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialog>
+#include <QFileDialog>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTest>
 #include <QTimer>
 
-// Closes the modal boxes a test expects. arm() polls the event loop every few milliseconds for
-// the next active modal widget, records its title and text and presses the
-// named button (or rejects a dialog that has no such button). verifyShown()
-// fails the test when an expected box never came.
+// Closes the modal boxes a test expects. arm() polls the event loop every few
+// milliseconds for the next active modal widget, records its title and text
+// and presses the named button (or rejects a dialog that has no such button).
+// verifyShown() fails the test when an expected box never came.
+//
+// answerSaveDialogs() answers save dialogs like an experimenter who tries
+// several names: each time a save dialog shows (a new one, or the same one
+// still open because the name typed was a folder), the next name is typed and
+// Save pressed; an empty name, or none left, cancels it. From then on, while
+// the catcher lives, message boxes that no arm() expects are recorded in
+// `boxes` and closed with OK.
 class ModalCatcher
 {
 public:
     struct Box {
         QString title;
         QString text;
+    };
+    struct SaveDialog {
+        QString title;
+        QString proposed; // the file it showed
     };
 
     void arm(QMessageBox::StandardButton button = QMessageBox::Ok, int count = 1)
@@ -25,47 +38,65 @@ public:
         answer = button;
         poll();
     }
-
+    void answerSaveDialogs(const QStringList &names)
+    {
+        saveNames = names;
+        saving = true;
+        poll();
+    }
     // Callers check QTest::currentTestFailed() afterwards.
     void verifyShown(int timeoutMs = 5000) { QTRY_VERIFY_WITH_TIMEOUT(pending == 0, timeoutMs); }
 
     QList<Box> boxes;
+    QList<SaveDialog> saveDialogs;
 
 private:
     void poll()
     {
-        QTimer::singleShot(pollMs, &lifetime, [this] {
-            if (pending == 0)
-                return;
+        if (scheduled || (pending == 0 && !saving))
+            return;
+        scheduled = true;
+        QTimer::singleShot(10, &lifetime, [this] {
+            scheduled = false;
             QWidget *modal = QApplication::activeModalWidget();
-            if (!modal) {
-                poll();
-                return;
+            // The next poll comes first: a click below may run the rest of a
+            // save, with further boxes, in nested event loops.
+            poll();
+            auto *fileDialog = qobject_cast<QFileDialog *>(modal);
+            auto *box = qobject_cast<QMessageBox *>(modal);
+            if (fileDialog && saving) {
+                if (fileDialog->isVisible())
+                    save(fileDialog);
+            } else if (modal && (pending > 0 || (box && saving))) {
+                boxes.append({modal->windowTitle(), box ? box->text() : QString()});
+                QAbstractButton *button =
+                    box ? box->button(pending ? answer : QMessageBox::Ok) : nullptr;
+                pending = qMax(0, pending - 1);
+                if (button)
+                    button->click();
+                else if (auto *dialog = qobject_cast<QDialog *>(modal))
+                    dialog->reject();
             }
-            Box box{modal->windowTitle(), QString()};
-            if (auto *messageBox = qobject_cast<QMessageBox *>(modal)) {
-                box.text = messageBox->text();
-                boxes.append(box);
-                --pending;
-                QAbstractButton *b = messageBox->button(answer);
-                if (b)
-                    b->click();
-                else
-                    messageBox->reject();
-            } else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
-                boxes.append(box);
-                --pending;
-                dialog->reject();
-            }
-            if (pending > 0)
-                poll();
         });
     }
 
-    static constexpr int pollMs = 10;
-    // Context of the polling timers: a catcher that goes away (say, after a
-    // failed test) takes its pending polls with it.
-    QObject lifetime;
+    // The name goes into the dialog's name box and is accepted at once: the
+    // box is not given the chance to be refilled from the dialog's file list.
+    void save(QFileDialog *dialog)
+    {
+        const QString typed = saveNames.value(saveDialogs.size());
+        saveDialogs.append({dialog->windowTitle(), dialog->selectedFiles().value(0)});
+        auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
+        if (typed.isEmpty() || !edit)
+            return dialog->reject();
+        edit->setText(typed);
+        QMetaObject::invokeMethod(dialog, "accept"); // a protected slot
+    }
+
+    QObject lifetime; // a catcher that goes away takes its pending polls with it
+    bool scheduled = false;
     int pending = 0;
     QMessageBox::StandardButton answer = QMessageBox::Ok;
+    bool saving = false;
+    QStringList saveNames;
 };
