@@ -125,6 +125,25 @@ private slots:
                 !w.pushButtonGo->isEnabled());
         QVERIFY(w.standardSound.size() == 24000 && w.deviantSound.size() == 24000);
 
+        // The panel grid: row, column and column span of each widget.
+        const QList<std::tuple<QWidget *, int, int, int>> cells{
+            {w.labelSesType, 0, 0, 1},           {w.comboBoxSesType, 0, 1, 2},
+            {w.labelSoundType, 1, 0, 1},         {w.comboBoxSoundType, 1, 1, 2},
+            {w.labelMainParameter, 2, 0, 1},     {w.comboBoxMainParameter, 2, 1, 2},
+            {w.labelStandard, 3, 1, 1},          {w.labelDeviant, 3, 2, 1},
+            {w.labelCarrierFreq, 4, 0, 1},       {w.lineEditCarrierFreqStd, 4, 1, 1},
+            {w.lineEditCarrierFreqDev, 4, 2, 1}, {w.labelDuration, 8, 0, 1},
+            {w.lineEditDurationStd, 8, 1, 1},    {w.lineEditDurationDev, 8, 2, 1},
+            {w.labelNumReversals, 9, 0, 1},      {w.lineEditSilentInterval, 11, 1, 1},
+            {w.checkBoxSaveData, 13, 2, 1},      {w.checkBoxResetMdFd, 14, 2, 1},
+            {w.lineEditSesNum, 15, 1, 2}};
+        for (const auto &[widget, row, column, span] : cells) {
+            int r, c, rowSpan, columnSpan;
+            w.gridLayoutPanel->getItemPosition(w.gridLayoutPanel->indexOf(widget), &r, &c, &rowSpan,
+                                               &columnSpan);
+            QCOMPARE(QList<int>({r, c, rowSpan, columnSpan}), QList<int>({row, column, 1, span}));
+        }
+
         // Chart and axis titles, cell by cell.
         QStringList titles;
         for (int cell = 0; cell < 6; ++cell) {
