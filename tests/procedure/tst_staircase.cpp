@@ -1,11 +1,10 @@
 #include "app/sessionparameters.h"
+#include "procedure/resultsfile.h"
 #include "procedure/staircase.h"
 
 #include <QtTest>
 
-#include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <random>
 
 namespace
@@ -13,17 +12,11 @@ namespace
 // Factors of 1 dB and 2 dB in amplitude, computed independently.
 const double oneDb = std::pow(10.0, 1.0 / 20), twoDb = std::pow(10.0, 2.0 / 20);
 
-// Values quoted to six significant digits match within half a unit of the sixth.
-bool near(double actual, double expected, double relative = 2e-6)
-{
-    return std::abs(actual - expected) <= relative * std::abs(expected);
-}
-
 // Presents the tracked value, records the answer and applies the rule,
 // stepping when the run goes on. Returns true when the run is over.
 bool answer(SessionParameters &p, bool correct)
 {
-    p.trials.append({Staircase::trackedValue(p), 2, 2, correct, 100.0 * p.trials.size()});
+    p.trials.append({Staircase::trackedValue(p), 2, 2, correct, 0.0});
     const bool over = Staircase::applyReversalRule(p);
     if (!over)
         Staircase::applyStep(p);
@@ -31,60 +24,38 @@ bool answer(SessionParameters &p, bool correct)
 }
 } // namespace
 
+// The depth track's steps, reversals, threshold and reaction time are
+// compared through a whole run in tst_wholerun, the start values in
+// tst_mainwindow; here the frequency track, the limits and the file.
 class TestStaircase : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void workedExamples()
+    // From 0.9 a wrong answer's 2 dB is limited to a depth of 1.0.
+    void depthLimit()
     {
-        // Depth from 0.5: correct, correct, wrong, correct presents 0.5,
-        // 0.397164, 0.315479, 0.5, with reversals at answers 3 and 4; then
-        // the steps are 1 dB (+3 dB: 0.706268, +5 dB: 0.889140), and 1.0
-        // limits the climb of wrong answers.
         SessionParameters p;
         p.mainParameter = 1;
-        const bool answers[] = {true, true, false, true, false, false, false, false};
-        const double presented[] = {0.5,         0.397164, 0.315479, 0.5, 0.5 / oneDb,
-                                    0.5 * oneDb, 0.706268, 0.889140, 1.0};
-        for (int i = 0; i < 9; ++i) {
-            QVERIFY2(near(p.modulationDepth[1], presented[i]), qPrintable(QString::number(i)));
-            if (i < 8)
-                answer(p, answers[i]);
-        }
-        QVERIFY(p.reversalCount == 3 && near(p.reversalValues[1], 0.5));
-
-        // The reset to 5 % of 1000 Hz; one wrong answer: 79.2447 Hz and a
-        // deviant carrier of 920.7553 Hz; from 0.9 the limit 0.9999 leaves 0.1 Hz.
-        p = SessionParameters();
-        Staircase::resetStartValues(p);
-        QVERIFY(p.modulationDepth[1] == 0.0 && p.carrierFrequency[1] == 950.0);
+        p.modulationDepth[1] = 0.9;
         answer(p, false);
-        QVERIFY(near(Staircase::displayValue(p), 79.2447) && near(p.carrierFrequency[1], 920.7553));
-        p.frequencyDifference[1] = 0.9;
-        answer(p, false);
-        QVERIFY(p.frequencyDifference[1] == 0.9999 && near(p.carrierFrequency[1], 0.1, 1e-9));
-        // Back to depth: all three deviant values reset.
-        p.mainParameter = 1;
-        Staircase::resetStartValues(p);
-        QVERIFY(p.modulationDepth[1] == 0.5 && p.frequencyDifference[1] == 0.0 &&
-                p.carrierFrequency[1] == 1000.0);
+        QCOMPARE(p.modulationDepth[1], 1.0);
     }
 
-    // Forty reversals of a frequency track run well past the 15-entry step
-    // table (1 dB from the second reversal on), and the reversal record
-    // starts short so that it must grow. Every change of correctness, and
-    // only that, is a reversal storing the value presented; the run ends at
-    // the fortieth; the threshold is the mean of the last eight, the
-    // reaction time the mean of all trials.
+    // A frequency track from 0.9 with forty reversals runs into the limit
+    // 0.9999 (a deviant carrier of 0.1 Hz) and well past the 15-entry step
+    // table (1 dB from the second reversal on), and the reversal record starts
+    // short so that it must grow. Every change of correctness, and only that,
+    // is a reversal storing the value presented; the run ends at the fortieth.
     void longRandomRun()
     {
         SessionParameters p;
+        p.frequencyDifference[1] = 0.9;
         p.numberOfReversals = 40;
         p.reversalValues.fill(0.0, 10);
         std::mt19937 random(20240601u);
         QVector<double> reversals;
-        bool over = false;
+        bool over = false, limited = false;
         while (!over && p.trials.size() < 5000) {
             const bool correct = random() % 3 != 0;
             const double before = Staircase::trackedValue(p);
@@ -93,17 +64,34 @@ private slots:
             const double factor = reversals.size() < 2 ? twoDb : oneDb;
             const double expected =
                 std::min(0.9999, correct ? before / factor : before * factor * factor);
+            limited = limited || expected == 0.9999;
             over = answer(p, correct);
             QCOMPARE(p.reversalCount, reversals.size());
-            QVERIFY(over || near(p.frequencyDifference[1], expected, 1e-12));
-            QVERIFY(over || near(p.carrierFrequency[1], 1000.0 * (1 - expected), 1e-12));
+            QVERIFY(over || std::abs(p.frequencyDifference[1] - expected) <= 1e-12 * expected);
+            QVERIFY(over || std::abs(p.carrierFrequency[1] - 1000.0 * (1 - expected)) < 1e-9);
         }
-        QVERIFY(over && reversals.size() == 40);
+        QVERIFY(over && limited && reversals.size() == 40);
         QCOMPARE(p.reversalValues, reversals);
-        Staircase::computeResults(p);
-        const double last8 = std::accumulate(reversals.begin() + 32, reversals.end(), 0.0) / 8;
-        QVERIFY(near(p.threshold, last8, 1e-12));
-        QVERIFY(near(p.reactionTime, 50.0 * (p.trials.size() - 1), 1e-12));
+    }
+
+    // The frequency difference in Hz of the 1000 Hz standard with six
+    // decimals, positions, correctness and the reaction time as a text stream
+    // writes a double, CR LF after each line. Nothing at all without trials or
+    // for a main parameter that tracks nothing.
+    void resultsFile()
+    {
+        const QVector<TrialRecord> trials{{0.05, 3, 2, false, 523.25},
+                                          {0.05 * std::pow(10.0, 4.0 / 20), 2, 2, true, 1234567}};
+        QByteArray bytes;
+        QTextStream out(&bytes);
+        ResultsFile::write(out, {}, 0, 1000.0);
+        ResultsFile::write(out, trials, 2, 1000.0);
+        ResultsFile::write(out, trials, 0, 1000.0);
+        out.flush();
+        QCOMPARE(bytes,
+                 QByteArray("frequency difference (Hz)\tstimulus position\tresponse "
+                            "position\tcorrectness\treaction time (ms)\r\n"
+                            "50.000000\t3\t2\t0\t523.25\r\n79.244660\t2\t2\t1\t1.23457e+06\r\n"));
     }
 };
 

@@ -16,13 +16,11 @@ private slots:
         tool.start(SIMULATE_LISTENER_PATH,
                    {"--listener", "step", "--alpha", "-20", "--runs", "20", "--seed", "7"});
         QVERIFY(tool.waitForFinished(60000));
-        QCOMPARE(tool.exitCode(), 0);
         const QString out = tool.readAllStandardOutput();
         QVERIFY2(out.contains("Runs:      20 (20 finished)"), qPrintable(out));
         bool ok = false;
         const double above = out.section("Mean threshold re the switching value", 1)
                                  .section("dB", 0, 0)
-                                 .trimmed()
                                  .toDouble(&ok);
         QVERIFY2(ok && above >= 0.0 && above <= 1.05, qPrintable(out));
     }

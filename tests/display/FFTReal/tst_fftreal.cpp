@@ -9,8 +9,10 @@
 
 namespace
 {
-// Each violated precondition with the expression its message must quote; the
-// test binary runs itself with "--violate <index>".
+// One violated precondition of each kind (length, null pointer, aliased
+// buffers, index) with the expression its message must quote; the test binary
+// runs itself with "--violate <index>". Length 0 first resizes the scratch
+// array to 0, which must pass its own check.
 struct Victim {
     double x[16] = {}, f[16] = {};
     FFTReal<double> fft{16};
@@ -22,16 +24,9 @@ const struct Violation {
     void (*run)(Victim &);
 } violations[] = {
     {"length 0", "x > 0", [](Victim &) { FFTReal<double>{0}; }},
-    {"negative length", "size >= 0", [](Victim &) { FFTReal<double>{-16}; }},
     {"length 3", "FFTReal_is_pow2 (length)", [](Victim &) { FFTReal<double>{3}; }},
     {"f null", "f != 0", [](Victim &v) { v.fft.forward_transform(nullptr, v.x); }},
-    {"f scratch", "f != use_buffer ()",
-     [](Victim &v) { v.fft.forward_transform(v.fft.use_buffer(), v.x); }},
-    {"x null", "x != 0", [](Victim &v) { v.fft.forward_transform(v.f, nullptr); }},
-    {"x scratch", "x != use_buffer ()",
-     [](Victim &v) { v.fft.forward_transform(v.f, v.fft.use_buffer()); }},
     {"x is f", "x != f", [](Victim &v) { v.fft.forward_transform(v.f, v.f); }},
-    {"index below", "pos >= 0", [](Victim &v) { v.array[-1] = 0; }},
     {"index past the end", "pos < _len", [](Victim &v) { v.array[4] = 0; }},
 };
 } // namespace
@@ -61,11 +56,8 @@ private slots:
         const int n = 1 << bits;
         std::mt19937 random(bits);
         std::vector<double> x(n), f(n);
-        std::vector<std::complex<long double>> twiddle(n);
-        for (int m = 0; m < n; ++m) {
+        for (int m = 0; m < n; ++m)
             x[m] = std::uniform_real_distribution<double>(-1.0, 1.0)(random);
-            twiddle[m] = std::polar(1.0L, -2 * 3.141592653589793238462643383279502884L * m / n);
-        }
         FFTReal<double> fft(n);
         // Twice: a transform must leave the oscillators ready for the next.
         fft.forward_transform(f.data(), x.data());
@@ -73,13 +65,15 @@ private slots:
         // X(k) in long double at the edges and about 128 random bins; the
         // packed result holds f[k] = Re X(k) and f[N/2 + k] = -Im X(k).
         // |X(k)| is about sqrt(N / 3) for this input.
+        const long double pi = 3.141592653589793238462643383279502884L;
         const double bound = (bits < 14 ? 1e-14 : 3e-17 * n) * std::sqrt(n / 3.0);
         for (int k = 0; k <= n / 2; ++k) {
             if (n > 256 && k > 1 && k < n / 2 - 1 && random() % (n / 128) != 0)
                 continue;
             std::complex<long double> expected = 0;
             for (int m = 0; m < n; ++m)
-                expected += twiddle[qint64(k) * m % n] * static_cast<long double>(x[m]);
+                expected +=
+                    std::polar(static_cast<long double>(x[m]), -2 * pi * (qint64(k) * m % n) / n);
             const double im = k > 0 && k < n / 2 ? -f[n / 2 + k] : 0;
             const double error = double(std::abs(std::complex<long double>(f[k], im) - expected));
             QVERIFY2(error <= bound, qPrintable(QString("bin %1: error %2").arg(k).arg(error)));
