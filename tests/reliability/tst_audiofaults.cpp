@@ -134,7 +134,7 @@ private slots:
             w->on_pushButtonView_clicked();
             for (int sounds = 0; sounds <= i % 2; ++sounds)
                 w->playOneSound();
-            RunHarness::waitUntil([] { return false; }, i % 61);
+            RunHarness::waitUntil([] { return false; }, i);
             QPointer<QAudioOutput> output = w->audioOutput;
             w.reset();
             QVERIFY(output.isNull());

@@ -1,14 +1,10 @@
 #include "stimulus/randomsource.h"
 #include "support/runharness.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
 #include <QTemporaryDir>
 #include <QtCharts/QValueAxis>
 #include <QtTest>
+#include <QtWidgets>
 
 #include <cmath>
 #include <random>
@@ -22,13 +18,13 @@ int pick(int low, int high)
     return std::uniform_int_distribution<int>(low, high)(r);
 }
 
-// Odd numbers and words, or a short or very long string of characters from
+// An odd number or word, or a short or very long string of characters from
 // everywhere, control characters included.
 QString wildText()
 {
-    static const QStringList odd{"",      "-0",   "nan",    "-inf",      "1e309", "4.9e-324",
-                                 "-1e15", "1e15", "0x1F",   "1,5",       " 12 ",  "12abc",
-                                 "1e",    "١٢٣",  "-99999", "2147483648"};
+    static const QStringList odd{"",         "-0",    "nan",  "-inf",   "1e309",
+                                 "4.9e-324", "-1e15", "0x1F", "1,5",    " 12 ",
+                                 "12abc",    "١٢٣",   "1e",   "-99999", "2147483648"};
     if (pick(0, 1))
         return odd[pick(0, odd.size() - 1)];
     QString text;
@@ -47,10 +43,10 @@ const QRegularExpression nonFinite("nan|inf", QRegularExpression::CaseInsensitiv
 // check boxes set at random, View and Go pressed in any order, each run that
 // Go starts answered by a simulated listener and finished (saved when asked)
 // or abandoned. Two sessions in three type numbers a lab might use, so that
-// most of them get past the panel guard and start runs; the third types
-// anything into some number fields. Runs for VELTRANE_FUZZ_SECONDS (40 by
-// default) or VELTRANE_FUZZ_SESSIONS sessions from VELTRANE_FUZZ_SEED; a
-// failure prints the values that replay it.
+// most get past the panel guard; the third types anything into some number
+// fields. Runs for VELTRANE_FUZZ_SECONDS (40 by default; beyond 300 raise
+// QTEST_FUNCTION_TIMEOUT) from the seed VELTRANE_FUZZ_SEED; a failure prints
+// the seed that replays it.
 class TestPanelFuzz : public QObject
 {
     Q_OBJECT
@@ -64,12 +60,10 @@ private slots:
         const int seconds = qEnvironmentVariableIsSet("VELTRANE_FUZZ_SECONDS")
                                 ? qEnvironmentVariableIntValue("VELTRANE_FUZZ_SECONDS")
                                 : 40;
-        const int sessions = qEnvironmentVariableIntValue("VELTRANE_FUZZ_SESSIONS");
-        const quint64 first = qgetenv("VELTRANE_FUZZ_SEED").toULongLong();
+        quint64 seed = qgetenv("VELTRANE_FUZZ_SEED").toULongLong();
         QElapsedTimer clock;
         clock.start();
-        quint64 seed = first;
-        for (; sessions > 0 ? seed < first + sessions : clock.elapsed() < 1000 * seconds; ++seed) {
+        for (; clock.elapsed() < 1000 * seconds; ++seed) {
             w = std::make_unique<MainWindow>();
             r.seed(seed);
             RandomSource::seed(seed);
@@ -80,18 +74,17 @@ private slots:
                     pressViewOrGo(pick(0, 1));
             }
             if (QTest::currentTestFailed())
-                QFAIL(qPrintable(
-                    QString("replay: VELTRANE_FUZZ_SEED=%1 VELTRANE_FUZZ_SESSIONS=1").arg(seed)));
+                QFAIL(qPrintable(QString("replay: VELTRANE_FUZZ_SEED=%1").arg(seed)));
         }
-        qInfo("%llu sessions, %d runs started, %d finished, in %lld s", seed - first, runsStarted,
-              runsFinished, clock.elapsed() / 1000);
     }
 
 private:
     void fillPanel(bool wild)
     {
+        ModalCatcher boxes; // conflict warnings
+        boxes.answerSaveDialogs({});
         // What a lab might type into each number field, kept small where it
-        // sets how long a run takes; the file fields (0 to 0) take anything.
+        // sets how long a run takes; the text fields (0 to 0) take anything.
         const QList<QLineEdit *> fields{
             w->lineEditCarrierFreqStd, w->lineEditModFreqStd,   w->lineEditModDepthStd,
             w->lineEditFreqDiffStd,    w->lineEditDurationStd,  w->lineEditCarrierFreqDev,
@@ -102,11 +95,9 @@ private:
         const int ranges[][2] = {{50, 3900}, {0, 200},       {0, 100}, {0, 40}, {1, 30}, {50, 3900},
                                  {0, 200},   {0, 100},       {0, 40},  {1, 30}, {1, 3},  {1, 4},
                                  {0, 20},    {8000, 192000}, {0, 0},   {0, 0},  {0, 0}};
-        ModalCatcher boxes;
-        boxes.answerSaveDialogs({});
         for (int i = 0; i < fields.size(); ++i) {
             const auto [low, high] = ranges[i];
-            // The two counts are read as whole numbers: "2.5" would be refused.
+            // The two counts are whole numbers: "2.5" would be refused.
             const QString number = QString::number(std::uniform_real_distribution<>(low, high)(r),
                                                    'f', high > 4 ? pick(0, 2) : 0);
             fields[i]->setText(high == 0 || (wild && pick(0, 3) == 0) ? wildText() : number);
@@ -120,13 +111,11 @@ private:
         // The conflict rule leaves a pair that goes together.
         QVERIFY(w->comboBoxSoundType->currentIndex() == 0 ||
                 w->comboBoxMainParameter->currentIndex() == 1);
-        for (const ModalCatcher::Box &box : boxes.boxes)
-            QCOMPARE(box.title, QString("Conflicting Parameters"));
         checkShown();
     }
 
     // A press refused shows one warning and changes nothing; View taken makes
-    // finite sounds and enables Go, Go taken starts a run.
+    // finite sounds and enables Go, Go taken starts a run, which is played.
     void pressViewOrGo(bool go)
     {
         const bool goBefore = w->pushButtonGo->isEnabled();
@@ -142,16 +131,11 @@ private:
         for (const double x : w->standardSound + w->deviantSound)
             QVERIFY(std::isfinite(x));
         checkShown();
-        if (started)
-            run();
-    }
-
-    // A listener whose threshold lies within a factor of two of the start
-    // value, so that most runs end soon; a run not finished after 3 s is abandoned. Every
-    // trial that began ends in time, whatever became of its outputs.
-    void run()
-    {
-        ++runsStarted;
+        if (!started)
+            return;
+        // A listener whose threshold lies within a factor of two of the start
+        // value, so that most runs end soon; a run not finished in 3 s is
+        // abandoned. Either way the window can start the next one.
         SessionParameters &p = w->params;
         RunHarness harness(*w, Staircase::trackedValue(p) * std::pow(10, pick(-3, 3) / 10.0),
                            pick(0, 30));
@@ -163,7 +147,6 @@ private:
         if (RunHarness::waitUntil(
                 [&] { return harness.finished && saver->saveDialogs.size() == p.saveData; },
                 3000)) {
-            ++runsFinished;
             QCOMPARE(p.reversalCount, p.numberOfReversals);
             QVERIFY(std::isfinite(p.threshold) && std::isfinite(p.reactionTime));
             QFile file(path);
@@ -171,12 +154,6 @@ private:
                      p.saveData ? p.trials.size() + 1 : 0);
         }
         saver.reset();
-        const double periodNs = 1e9 * (qMax(p.duration[0], p.duration[1]) + p.silentInterval);
-        for (int t = 0; t < harness.trials.size(); ++t) {
-            const qint64 end =
-                harness.trials[t].endNs < 0 ? PulseServer::nowNs() : harness.trials[t].endNs;
-            QVERIFY(end - harness.intervalsOf(t).value(0).startNs <= 4 * periodNs + 4e9);
-        }
         checkShown();
         QVERIFY(RunHarness::closeParticipantWindow(*w));
         QVERIFY(w->isEnabled() && w->pushButtonView->isEnabled() && !w->pushButtonGo->isEnabled());
@@ -193,24 +170,14 @@ private:
         for (const QtCharts::QValueAxis *axis :
              {w->axisXWaveStd, w->axisYWaveStd, w->axisXWaveDev, w->axisYWaveDev, w->axisXSpecStd,
               w->axisYSpecStd, w->axisXSpecDev, w->axisYSpecDev, w->axisXTrend, w->axisYTrend})
-            QVERIFY(!axis || (std::isfinite(axis->min()) && axis->min() <= axis->max() &&
-                              std::isfinite(axis->max())));
+            QVERIFY(!axis || (std::isfinite(axis->min()) && std::isfinite(axis->max())));
     }
 
     PulseServer server;
     QTemporaryDir folder;
     std::unique_ptr<MainWindow> w;
     QHash<QLineEdit *, QString> typed; // what was last typed: other text is the program's
-    int runsStarted = 0, runsFinished = 0;
 };
 
-int main(int argc, char **argv)
-{
-    QApplication app(argc, argv);
-    qputenv("QTEST_FUNCTION_TIMEOUT", "2000000000"); // sessions of any length
-    TestPanelFuzz test;
-    // Every participant window logs what the offscreen platform cannot do.
-    return QTest::qExec(&test, app.arguments() << "-maxwarnings"
-                                               << "0");
-}
+QTEST_MAIN(TestPanelFuzz)
 #include "tst_panelfuzz.moc"
