@@ -1,13 +1,7 @@
 #pragma once
 
-#include <QAbstractButton>
-#include <QApplication>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QTest>
-#include <QTimer>
+#include <QtTest>
+#include <QtWidgets>
 
 // Closes the modal boxes a test expects. arm() polls the event loop every few
 // milliseconds for the next active modal widget, records its title and text
@@ -65,8 +59,18 @@ private:
             auto *fileDialog = qobject_cast<QFileDialog *>(modal);
             auto *box = qobject_cast<QMessageBox *>(modal);
             if (fileDialog && saving) {
-                if (fileDialog->isVisible())
-                    save(fileDialog);
+                // The name goes into the dialog's name box and is accepted at
+                // once: the box gets no chance to be refilled from the file list.
+                const QString typed = saveNames.value(saveDialogs.size());
+                auto *edit = fileDialog->findChild<QLineEdit *>("fileNameEdit");
+                if (!fileDialog->isVisible())
+                    return;
+                saveDialogs.append(
+                    {fileDialog->windowTitle(), fileDialog->selectedFiles().value(0)});
+                if (typed.isEmpty() || !edit)
+                    return fileDialog->reject();
+                edit->setText(typed);
+                QMetaObject::invokeMethod(fileDialog, "accept"); // a protected slot
             } else if (modal && (pending > 0 || (box && saving))) {
                 boxes.append({modal->windowTitle(), box ? box->text() : QString()});
                 QAbstractButton *button =
@@ -78,19 +82,6 @@ private:
                     dialog->reject();
             }
         });
-    }
-
-    // The name goes into the dialog's name box and is accepted at once: the
-    // box is not given the chance to be refilled from the dialog's file list.
-    void save(QFileDialog *dialog)
-    {
-        const QString typed = saveNames.value(saveDialogs.size());
-        saveDialogs.append({dialog->windowTitle(), dialog->selectedFiles().value(0)});
-        auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
-        if (typed.isEmpty() || !edit)
-            return dialog->reject();
-        edit->setText(typed);
-        QMetaObject::invokeMethod(dialog, "accept"); // a protected slot
     }
 
     QObject lifetime; // a catcher that goes away takes its pending polls with it

@@ -1,18 +1,12 @@
 #pragma once
 
-#include <QDeadlineTimer>
-#include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QThread>
+#include <QtCore>
 
-#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <mutex>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 // A private PulseAudio daemon for the tests. Its default sink renders 40000 Hz
 // mono float samples in small blocks, because a recorder (parec) on its monitor
@@ -43,25 +37,25 @@ public:
     {
         sink = kind;
         *error = "no private PulseAudio daemon with a recorder on its sink (see pulse.log)";
-        if (!launch() || !waitFor("pactl info"))
+        if (!launch() || !shell(recorder(), {}, true))
             return false;
+        for (QDeadlineTimer ready(10000); !shell("pactl list short source-outputs | grep .");
+             QThread::msleep(20)) {
+            if (ready.hasExpired() || daemon.state() == QProcess::NotRunning)
+                return false;
+        }
+        // The FIFO exists once the recorder is attached.
         if (sink == Sink::Pipe)
             drainer = std::thread([this] { drain(); });
-        shell(recorder(), {}, true);
-        if (!waitFor("pactl list short source-outputs | grep ."))
-            return false;
-        qputenv("PULSE_SERVER", ("unix:" + path("native")).toLocal8Bit());
+        qputenv("PULSE_SERVER", ("unix:" + dir.filePath("native")).toLocal8Bit());
         return true;
     }
 
-    // What the pipe sink played. position(): samples captured so far.
-    // captured(): their float32le bytes. arrivalNs(): when sample i came out of
-    // the sink, on the nowNs() clock to within one block; -1 while it has not.
-    qint64 position() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return data.size() / 4;
-    }
+    // What the pipe sink played: captured() holds its float32le bytes, so far;
+    // arrivalNs(i) is when sample i came out of the sink, on the nowNs() clock,
+    // or -1 while it has not. The sink keeps to the system clock, so sample i
+    // comes out i / rate seconds after sample 0; when sample 0 did is the
+    // earliest that every read allows.
     QByteArray captured() const
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -70,9 +64,7 @@ public:
     qint64 arrivalNs(qint64 sample) const
     {
         std::lock_guard<std::mutex> lock(mutex);
-        const auto it = std::lower_bound(arrivals.begin(), arrivals.end(), 4 * (sample + 1),
-                                         [](const auto &a, qint64 n) { return a.second < n; });
-        return it == arrivals.end() ? -1 : it->first;
+        return 4 * sample < data.size() ? firstNs + sample * 1000000000 / rate : -1;
     }
     // Monotonic, the clock of QElapsedTimer.
     static qint64 nowNs() { return QDeadlineTimer::current(Qt::PreciseTimer).deadlineNSecs(); }
@@ -88,16 +80,14 @@ public:
     {
         stop();
         if (launch())
-            shell("for i in $(seq 500); do [ -S \"$0/native\" ] && break; sleep 0.01; done; " +
-                      recorder(),
-                  {}, true);
+            shell(recorder(), {}, true);
     }
     void dropClients(int downMs)
     {
         shell("i=$(pactl list short modules | grep \"socket=$1 \" | cut -f1); "
               "pactl unload-module \"$i\"; sleep \"$2\"; "
               "pactl load-module module-native-protocol-unix socket=\"$1\" auth-anonymous=1",
-              {path("native"), QString::number(downMs / 1000.0)}, true);
+              {dir.filePath("native"), QString::number(downMs / 1000.0)}, true);
     }
     void unplugSink(int downMs)
     {
@@ -108,12 +98,13 @@ public:
     }
 
 private:
-    QString path(const QString &name) const { return dir.filePath(name); }
-    // 2 ms blocks put a captured onset on a 2 ms grid instead of a 25 ms one;
-    // 10 ms is a sound card with a short latency.
+    // Attaches parec once the daemon has loaded its modules (the program's
+    // socket comes last). 2 ms blocks put a captured onset on a 2 ms grid
+    // instead of a 25 ms one; 10 ms is a sound card with a short latency.
     QString recorder() const
     {
-        return QString("exec parec -d veltrane.monitor --format=float32le --rate=40000 "
+        return QString("for i in $(seq 500); do [ -S \"$0/native\" ] && break; sleep 0.01; done; "
+                       "exec parec -d veltrane.monitor --format=float32le --rate=40000 "
                        "--channels=1 --latency-msec=") +
                (sink == Sink::Pipe ? "2" : "10");
     }
@@ -122,34 +113,20 @@ private:
         return QString(sink == Sink::Pipe
                            ? "module-pipe-sink file=%1 use_system_clock_for_timing=yes"
                            : "module-null-sink")
-                   .arg(path("sink.fifo")) +
+                   .arg(dir.filePath("sink.fifo")) +
                " sink_name=veltrane rate=40000 format=float32le channels=1";
     }
 
     // Runs a shell script (pactl, parec) on the control socket with the
     // daemon's private folders ($0), its output discarded; true when it
     // succeeded, or, `detached`, when it was started in the background.
-    QString exports() const
-    {
-        return "export HOME=\"$0\" XDG_RUNTIME_DIR=\"$0\" PULSE_RUNTIME_PATH=\"$0\" "
-               "PULSE_SERVER=\"unix:$0/control\"; ";
-    }
     bool shell(const QString &script, const QStringList &arguments = {},
                bool detached = false) const
     {
         const QStringList args =
-            QStringList{"-c", exports() + "{ " + script + "; } >/dev/null 2>&1", dir.path()} +
+            QStringList{"-c", exports + "{ " + script + "; } >/dev/null 2>&1", dir.path()} +
             arguments;
         return detached ? QProcess::startDetached("sh", args) : QProcess::execute("sh", args) == 0;
-    }
-
-    bool waitFor(const QString &script) const
-    {
-        for (QDeadlineTimer ready(10000); !shell(script); QThread::msleep(20)) {
-            if (ready.hasExpired() || daemon.state() == QProcess::NotRunning)
-                return false;
-        }
-        return true;
     }
 
     // A shell prints the daemon's process id and stops it when this process's
@@ -158,12 +135,12 @@ private:
     bool launch()
     {
         daemon.start("sh", {"-c",
-                            exports() + "u=module-native-protocol-unix; pulseaudio -n -L \"$1\" "
-                                        "-L \"$u socket=$0/control auth-anonymous=1\" "
-                                        "-L \"$u socket=$0/native auth-anonymous=1\" "
-                                        "--daemonize=no --exit-idle-time=-1 --disallow-exit "
-                                        "--use-pid-file=no --log-target=file:\"$0/pulse.log\" & "
-                                        "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
+                            exports + "u=module-native-protocol-unix; pulseaudio -n -L \"$1\" "
+                                      "-L \"$u socket=$0/control auth-anonymous=1\" "
+                                      "-L \"$u socket=$0/native auth-anonymous=1\" "
+                                      "--daemonize=no --exit-idle-time=-1 --disallow-exit "
+                                      "--use-pid-file=no --log-target=file:\"$0/pulse.log\" & "
+                                      "p=$!; echo $p; exec 2>/dev/null; read _; kill $p; wait $p",
                             dir.path(), sinkModule()});
         daemonPid = daemon.waitForReadyRead(5000) ? daemon.readLine().trimmed().toLongLong() : 0;
         return daemonPid > 0;
@@ -178,26 +155,26 @@ private:
         daemon.closeWriteChannel();
         daemon.waitForFinished(5000);
         daemonPid = 0;
-        QFile::remove(path("native"));
-        QFile::remove(path("control"));
+        QFile::remove(dir.filePath("native"));
+        QFile::remove(dir.filePath("control"));
     }
 
     // Reads the FIFO until the daemon closes it.
     void drain()
     {
-        const int fifo =
-            ::open(QFile::encodeName(path("sink.fifo")).constData(), O_RDONLY | O_NONBLOCK);
-        ::fcntl(fifo, F_SETFL, 0); // blocking reads from here on
-        std::vector<char> chunk(1 << 16);
-        for (ssize_t n; fifo >= 0 && (n = ::read(fifo, chunk.data(), chunk.size())) > 0;) {
+        const int fifo = ::open(QFile::encodeName(dir.filePath("sink.fifo")).constData(), O_RDONLY);
+        char chunk[1 << 16];
+        for (ssize_t n; fifo >= 0 && (n = ::read(fifo, chunk, sizeof chunk)) > 0;) {
             std::lock_guard<std::mutex> lock(mutex);
-            data.append(chunk.data(), static_cast<int>(n));
-            arrivals.emplace_back(nowNs(), data.size());
+            data.append(chunk, static_cast<int>(n));
+            firstNs = std::min(firstNs, nowNs() - data.size() / 4 * 1000000000LL / rate);
         }
-        if (fifo >= 0)
-            ::close(fifo);
+        ::close(fifo);
     }
 
+    // Every tool runs with the daemon's private folders ($0) and on its control socket.
+    const QString exports = "export HOME=\"$0\" XDG_RUNTIME_DIR=\"$0\" PULSE_RUNTIME_PATH=\"$0\" "
+                            "PULSE_SERVER=\"unix:$0/control\"; ";
     Sink sink = Sink::Null;
     QTemporaryDir dir;
     QProcess daemon;
@@ -205,5 +182,5 @@ private:
     std::thread drainer;
     mutable std::mutex mutex;
     QByteArray data;
-    std::vector<std::pair<qint64, qint64>> arrivals; // (time ns, bytes captured after the read)
+    qint64 firstNs = std::numeric_limits<qint64>::max();
 };

@@ -6,13 +6,7 @@
 #include "support/modalcatcher.h"
 #include "support/pulseserver.h"
 
-#include <QAudioOutput>
-#include <QBuffer>
-#include <QCheckBox>
-#include <QEventLoop>
-#include <QLineEdit>
-#include <QPointer>
-#include <QTimer>
+#include <QtMultimedia>
 
 #include <functional>
 
@@ -49,7 +43,7 @@ public:
         qint64 startNs = -1;         // soundPlaying(index), just after the output started
         qint64 capturePosition = -1; // how far the capture had come then
         bool idle = false;           // its output reported the end of its sound
-        bool stoppedWithError = false;
+        bool stopped = false;        // it stopped, with an error or not
     };
 
     RunHarness(MainWindow &window, double threshold, int delayMs,
@@ -108,26 +102,19 @@ public:
     // sound timer's ticks and the outputs' notifications.
     static bool waitUntil(const std::function<bool()> &done, int timeoutMs)
     {
-        QDeadlineTimer deadline(timeoutMs);
-        QEventLoop loop;
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-            if (done() || deadline.hasExpired())
-                loop.quit();
-        });
-        poll.start(2);
-        if (!done())
+        for (QDeadlineTimer deadline(timeoutMs); !done() && !deadline.hasExpired();) {
+            QEventLoop loop;
+            QTimer::singleShot(2, Qt::PreciseTimer, &loop, &QEventLoop::quit);
             loop.exec();
+        }
         return done();
     }
 
     QVector<Interval> intervalsOf(int trial) const
     {
         QVector<Interval> played;
-        for (const Interval &i : intervals) {
-            if (i.trial == trial)
-                played.append(i);
-        }
+        std::copy_if(intervals.begin(), intervals.end(), std::back_inserter(played),
+                     [trial](const Interval &i) { return i.trial == trial; });
         return played;
     }
     int liveOutputs() const { return outputs.size() - outputs.count(nullptr); }
@@ -149,21 +136,24 @@ private:
         if (index == -1) {
             trials.last().endNs = now;
             const int stim = window.params.stimPosition;
-            const bool hears = Staircase::trackedValue(window.params) >= threshold;
+            const int answer =
+                Staircase::trackedValue(window.params) >= threshold ? stim : 5 - stim;
             QTimer::singleShot(delayMs, Qt::PreciseTimer, &context,
-                               [this, stim, hears] { respond(hears ? stim : 5 - stim); });
+                               [this, answer] { respond(answer); });
             return;
         }
         const int at = intervals.size();
-        intervals.append({trials.size() - 1, index, now, capture ? capture->position() : -1});
+        intervals.append(
+            {trials.size() - 1, index, now, capture ? capture->captured().size() / 4 : -1});
         buffers.append(window.audioBuffer);
         if (QAudioOutput *output = window.audioOutput) {
             outputs.append(output);
             // An error reported inside start() comes before this point.
             const auto noteState = [this, at, output](QAudio::State state) {
                 intervals[at].idle |= state == QAudio::IdleState;
-                intervals[at].stoppedWithError |=
-                    state == QAudio::StoppedState && output->error() != QAudio::NoError;
+                // Only while it sounds: the program's own release stops it too.
+                intervals[at].stopped |=
+                    state == QAudio::StoppedState && window.audioOutput == output;
             };
             noteState(output->state());
             QObject::connect(output, &QAudioOutput::stateChanged, &context, noteState);
