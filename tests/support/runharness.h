@@ -43,7 +43,7 @@ public:
         qint64 startNs = -1;         // soundPlaying(index), just after the output started
         qint64 capturePosition = -1; // how far the capture had come then
         bool idle = false;           // its output reported the end of its sound
-        bool stopped = false;        // it stopped, with an error or not
+        qint64 stoppedNs = -1;       // when it stopped while sounding (error or not), or -1
     };
 
     RunHarness(MainWindow &window, double threshold, int delayMs,
@@ -152,8 +152,9 @@ private:
             const auto noteState = [this, at, output](QAudio::State state) {
                 intervals[at].idle |= state == QAudio::IdleState;
                 // Only while it sounds: the program's own release stops it too.
-                intervals[at].stopped |=
-                    state == QAudio::StoppedState && window.audioOutput == output;
+                if (state == QAudio::StoppedState && window.audioOutput == output &&
+                    intervals[at].stoppedNs < 0)
+                    intervals[at].stoppedNs = PulseServer::nowNs();
             };
             noteState(output->state());
             QObject::connect(output, &QAudioOutput::stateChanged, &context, noteState);
