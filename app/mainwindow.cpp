@@ -282,6 +282,11 @@ void MainWindow::configureAudioFormat(double rate)
     audioFormat.setCodec("audio/pcm");
     audioFormat.setByteOrder(QAudioFormat::LittleEndian);
     audioFormat.setSampleType(QAudioFormat::Float);
-    if (!QAudioDeviceInfo::defaultOutputDevice().isFormatSupported(audioFormat))
+    // A run whose standard and deviant were built at different rates switches
+    // the format at nearly every interval; one warning per rate says it all.
+    if (!QAudioDeviceInfo::defaultOutputDevice().isFormatSupported(audioFormat) &&
+        !unsupportedRatesLogged.contains(audioFormat.sampleRate())) {
+        unsupportedRatesLogged.insert(audioFormat.sampleRate());
         qWarning() << "Raw audio format not supported by backend, cannot play audio.";
+    }
 }

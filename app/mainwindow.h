@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../procedure/sidecar.h"
 #include "../stimulus/soundinginterval.h"
 #include "sessionparameters.h"
 
@@ -8,6 +9,7 @@
 #include <QFont>
 #include <QMainWindow>
 #include <QPointF>
+#include <QSet>
 #include <QVector>
 
 class QAudioOutput;
@@ -84,8 +86,11 @@ public:
     void finishRun();
     int randomInteger(int min, int max);
 
-    // Results file (procedure/mainwindow_results.cpp).
+    // Results file and its sidecar (procedure/mainwindow_results.cpp).
     void saveResults();
+    void noteRunStart();
+    void warnFaultyRun();
+    void saveSidecar(const QString &resultsPath);
 
     // Playback beyond the two slots (stimulus/playback.cpp).
     void checkInterval();
@@ -95,6 +100,7 @@ public:
     void releaseInterval(const SoundingInterval &interval);
     void releaseExpiredIntervals();
     void releasePlayback();
+    void settleOvertakenIntervals();
 
     // Synthesis (stimulus/mainwindow_synthesis.cpp).
     void generateSounds();
@@ -252,12 +258,20 @@ public:
 
     // 13. Playback bookkeeping (stimulus/playback.cpp): the fallback that ends
     // an interval whose output never reports idle with its deadline and limit,
-    // the sampling rates the two sounds were built at, and intervals overtaken
-    // by the next tick.
+    // the sampling rates the two sounds were built at, intervals overtaken by
+    // the next tick, and the rates the device was found not to support (each
+    // is logged once, not at every interval that asks for it).
     QTimer *intervalTimer;
     QDeadlineTimer intervalDeadline;
     QDeadlineTimer intervalLimit;
     double standardSoundRate;
     double deviantSoundRate;
     QVector<SoundingInterval> overtakenIntervals;
+    QSet<int> unsupportedRatesLogged;
+
+    // 14. The current run, for its sidecar (procedure/mainwindow_results.cpp):
+    // the record as the run started, when it started and through what, and
+    // the intervals whose sound did not play.
+    SessionParameters runSettings;
+    RunFacts runFacts;
 };

@@ -35,7 +35,8 @@ double fractionOfCarrier(double hz, double carrier)
 
 // The record the panel reader makes from the panel, built on a copy of the
 // current record without touching any widget, so that it can be checked before
-// the window takes it over.
+// the window takes it over. The display lengths, which the check does not
+// need, are recomputed by readPanel once the record is taken over.
 SessionParameters panelRecord(const MainWindow &w, SessionParameters p)
 {
     p.sessionType = w.comboBoxSesType->currentIndex();
@@ -71,10 +72,8 @@ SessionParameters panelRecord(const MainWindow &w, SessionParameters p)
     p.sessionNumber = integer(w.lineEditSesNum);
     p.filePath = w.lineEditFilePath->text();
     p.fileName = w.lineEditFileName->text();
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < 2; ++i)
         p.nSamples[i] = Synthesis::secondsToSamples(p.samplingRate, p.duration[i]);
-        p.displaySamples[i] = Synthesis::displaySampleCount(p, i);
-    }
     return p;
 }
 
@@ -111,6 +110,7 @@ void MainWindow::readPanel()
 {
     const int typedReversalsToCalculate = integer(lineEditRevToCalc);
     params = panelRecord(*this, params);
+    updateDisplaySamples();
     // The reset shows the start values in the Deviant column; it sets the same
     // values the record already holds, since it depends only on the main
     // parameter and the standard carrier.

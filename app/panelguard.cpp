@@ -80,15 +80,14 @@ QVector<PanelGuard::Problem> PanelGuard::check(const SessionParameters &p)
             refuse(QString("Modulation depth (%)") + column[i], "0 to 100 %");
     }
     // A frequency difference is a fraction of the standard carrier; with an
-    // unusable carrier the fraction means nothing and only the carrier is reported.
-    if (std::isfinite(cf0) && cf0 >= 0) {
-        for (int i = 0; i < 2; ++i) {
-            if (!within(p.frequencyDifference[i], 0.0, maxFrequencyFraction))
-                refuse(QString("Frequency difference (Hz)") + column[i],
-                       QString("0 to %1 Hz (%2 times the standard carrier frequency)")
-                           .arg(number(maxFrequencyFraction * cf0), number(maxFrequencyFraction)));
-        }
-    }
+    // unusable carrier the fraction means nothing and only the carrier is
+    // reported. Only the deviant's difference is checked: the Standard column's
+    // is read and kept, but nothing uses it.
+    if (std::isfinite(cf0) && cf0 >= 0 &&
+        !within(p.frequencyDifference[1], 0.0, maxFrequencyFraction))
+        refuse(QString("Frequency difference (Hz)") + column[1],
+               QString("0 to %1 Hz (%2 times the standard carrier frequency)")
+                   .arg(number(maxFrequencyFraction * cf0), number(maxFrequencyFraction)));
     for (int i = 0; i < 2; ++i) {
         const double d = p.duration[i];
         const bool usable =

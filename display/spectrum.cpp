@@ -31,12 +31,12 @@ void Spectrum::binFrequencies(QVector<double> &frequency, int count, double reso
         frequency[k] = k * resolution;
 }
 
-void Spectrum::amplitudeSpectrum(const QVector<double> &sound, int length,
+void Spectrum::amplitudeSpectrum(const QVector<double> &sound, int length, int sampleCount,
                                  QVector<double> &amplitude)
 {
     const int half = length / 2;
     const int bins = std::min(half, amplitude.size());
-    const int divisor = sound.size() / 2;
+    const int divisor = sampleCount / 2;
     if (divisor == 0) {
         std::fill(amplitude.begin(), amplitude.begin() + std::max(0, bins), 0.0);
         return;

@@ -29,12 +29,15 @@ void binFrequencies(QVector<double> &frequency, int count, double resolution);
 // Amplitude spectrum of sound through a real FFT of the given length (a power
 // of two from transformLength): the sound is zero-padded, or cut to its first
 // `length` samples, with no window. Bin k, for k below length / 2 (and below
-// the size of amplitude), becomes |X(k)| / (n / 2), n being the sound's own
-// sample count and n / 2 truncated, so a full-scale sinusoid of n samples
-// reads about 1 at its frequency. Bin length / 2 is not written.
+// the size of amplitude), becomes |X(k)| / (sampleCount / 2), truncated, so a
+// full-scale sinusoid of sampleCount samples reads about 1 at its frequency.
+// sampleCount is the session's sample count of the sound, which differs from
+// the vector's length when the panel changed the duration after the sound was
+// built. Bin length / 2 is not written.
 //
-// A sound of fewer than 2 samples has no such divisor (n / 2 is 0); its bins
-// are all set to 0 so that nothing downstream meets a NaN or an infinity.
-void amplitudeSpectrum(const QVector<double> &sound, int length, QVector<double> &amplitude);
+// A count below 2 has no such divisor (sampleCount / 2 is 0); the bins are
+// then all set to 0 so that nothing downstream meets a NaN or an infinity.
+void amplitudeSpectrum(const QVector<double> &sound, int length, int sampleCount,
+                       QVector<double> &amplitude);
 
 } // namespace Spectrum

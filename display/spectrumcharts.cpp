@@ -59,13 +59,16 @@ void MainWindow::setUpSpectra()
 }
 
 // The transform lengths are those of the set-up; the bin width follows the
-// current sampling rate. Each amplitude is divided by half the sound's own
-// sample count, which is nSamples of the record whenever the sound was built
-// from it, and stays right for a standard built before a later panel read.
+// current sampling rate. Each amplitude is divided by half the record's
+// sample count nSamples[i]. A standard built at View keeps its length through
+// the run even when Go read another duration; its spectrum is still scaled
+// by the record's count.
 void MainWindow::computeSpectra()
 {
-    Spectrum::amplitudeSpectrum(standardSound, fftLength[0], amplitudeSpectrumStd);
-    Spectrum::amplitudeSpectrum(deviantSound, fftLength[1], amplitudeSpectrumDev);
+    Spectrum::amplitudeSpectrum(standardSound, fftLength[0], params.nSamples[0],
+                                amplitudeSpectrumStd);
+    Spectrum::amplitudeSpectrum(deviantSound, fftLength[1], params.nSamples[1],
+                                amplitudeSpectrumDev);
     for (int i = 0; i < 2; ++i) {
         fftDuration[i] = fftLength[i] / params.samplingRate;
         frequencyResolution[i] = 1.0 / fftDuration[i];

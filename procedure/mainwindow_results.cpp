@@ -1,6 +1,9 @@
 #include "../app/mainwindow.h"
+#include "../stimulus/randomsource.h"
 #include "resultsfile.h"
+#include "sidecar.h"
 
+#include <QAudioDeviceInfo>
 #include <QFileDialog>
 #include <QMessageBox>
 
@@ -30,8 +33,10 @@ void MainWindow::saveResults()
     for (;;) {
         const ResultsFile::SaveOutcome outcome = ResultsFile::save(
             name, params.trials, params.mainParameter, params.carrierFrequency[0]);
-        if (outcome == ResultsFile::SaveOutcome::Saved)
+        if (outcome == ResultsFile::SaveOutcome::Saved) {
+            saveSidecar(name);
             return;
+        }
         if (outcome == ResultsFile::SaveOutcome::NotOpened) {
             QMessageBox::warning(this, "Warning", "could not open file for writing \r\n" + name);
             return;
@@ -45,4 +50,50 @@ void MainWindow::saveResults()
                                  "gone). Choose another file in the next dialog to keep them.");
         name = chooseFileName(this, name);
     }
+}
+
+void MainWindow::noteRunStart()
+{
+    runSettings = params;
+    runFacts = RunFacts();
+    runFacts.started = QDateTime::currentDateTime();
+    runFacts.randomSeed = RandomSource::lastSeed();
+    const QAudioDeviceInfo device = QAudioDeviceInfo::defaultOutputDevice();
+    if (!device.isNull())
+        runFacts.outputDevice = device.deviceName();
+    // Sounds of an abandoned run that are still playing count for no run.
+    for (SoundingInterval &interval : overtakenIntervals)
+        interval.trial = 0;
+}
+
+void MainWindow::warnFaultyRun()
+{
+    const int sounds = sequenceLength * params.trials.size();
+    QMessageBox::warning(this, "Warning",
+                         QString("%1 of the %2 sounds of this run did not play: the audio output "
+                                 "stopped or never reported their end. The answers to them are "
+                                 "not valid; the run should be repeated.")
+                             .arg(runFacts.faultyIntervals.size())
+                             .arg(sounds));
+}
+
+void MainWindow::saveSidecar(const QString &resultsPath)
+{
+    // The format the run's sounds were played with; each output is made with it.
+    runFacts.sampleRate = audioFormat.sampleRate();
+    runFacts.channels = audioFormat.channelCount();
+    const QString type = audioFormat.sampleType() == QAudioFormat::Float ? "float" : "integer";
+    runFacts.sampleType =
+        QString("%1-bit %2, %3")
+            .arg(audioFormat.sampleSize())
+            .arg(type)
+            .arg(audioFormat.byteOrder() == QAudioFormat::LittleEndian ? "little-endian"
+                                                                       : "big-endian");
+    // A save without a run (no "I am ready" yet) describes the current record.
+    const bool started = runFacts.started.isValid();
+    const QString path = Sidecar::path(resultsPath);
+    if (!Sidecar::save(path, Sidecar::content(started ? runSettings : params, params, runFacts)))
+        QMessageBox::warning(this, "Warning",
+                             "The settings and result of the run could not be saved to \r\n" +
+                                 path + "\r\nThe results file was saved.");
 }

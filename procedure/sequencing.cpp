@@ -28,6 +28,7 @@ void MainWindow::updateMainwindow(int response)
     sequenceIndex = 0;
     if (response == 0) {
         qDebug() << "Test just started";
+        noteRunStart();
         startTrial();
         return;
     }
@@ -101,6 +102,9 @@ void MainWindow::finishRun()
     computeResults();
     emit doneDataCollection(params.threshold, params.reactionTime, params.mainParameter,
                             params.carrierFrequency[0]);
+    settleOvertakenIntervals();
+    if (!runFacts.faultyIntervals.isEmpty())
+        warnFaultyRun();
     if (params.saveData)
         saveResults();
 }

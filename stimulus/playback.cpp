@@ -126,6 +126,8 @@ void MainWindow::checkInterval()
             qMin<qint64>(recheckMs, qMax<qint64>(1, intervalLimit.remainingTime()))));
         return;
     }
+    // The output stopped with an error or never reported the end of its sound.
+    runFacts.faultyIntervals.append({params.trialCount, sequenceIndex});
     finishInterval();
 }
 
@@ -135,7 +137,7 @@ void MainWindow::finishInterval()
         intervalTimer->stop();
     // The members are cleared before the release, so that a notification sent
     // while the output stops finds no interval sounding.
-    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}};
+    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0};
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;
@@ -158,8 +160,8 @@ void MainWindow::endTrial()
 
 void MainWindow::overtakeInterval()
 {
-    overtakenIntervals.append(
-        {audioOutput, audioBuffer, audioBytes, intervalDeadline, intervalLimit});
+    overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, intervalDeadline,
+                               intervalLimit, params.trialCount, sequenceIndex});
     if (intervalTimer)
         intervalTimer->stop();
     audioOutput = nullptr;
@@ -191,8 +193,28 @@ void MainWindow::releaseExpiredIntervals()
     for (int i = overtakenIntervals.size() - 1; i >= 0; --i) {
         const SoundingInterval &interval = overtakenIntervals[i];
         if (interval.deadline.hasExpired() &&
-            (!stillActive(interval.output) || interval.limit.hasExpired()))
+            (!stillActive(interval.output) || interval.limit.hasExpired())) {
+            // One that had reported the end of its sound would be gone already.
+            if (interval.trial > 0)
+                runFacts.faultyIntervals.append({interval.trial, interval.sound});
             releaseInterval(overtakenIntervals.takeAt(i));
+        }
+    }
+}
+
+void MainWindow::settleOvertakenIntervals()
+{
+    // The run has ended. An overtaken output that stopped with an error will
+    // never report the end of its sound, so it counts now; any other still
+    // plays, or fails too late to count for this run.
+    for (int i = overtakenIntervals.size() - 1; i >= 0; --i) {
+        SoundingInterval &interval = overtakenIntervals[i];
+        if (interval.trial > 0 && interval.output && interval.output->error() != QAudio::NoError) {
+            runFacts.faultyIntervals.append({interval.trial, interval.sound});
+            releaseInterval(overtakenIntervals.takeAt(i));
+        } else {
+            interval.trial = 0;
+        }
     }
 }
 
@@ -206,7 +228,7 @@ void MainWindow::releasePlayback()
     if (intervalTimer)
         intervalTimer->stop();
     if (audioOutput || audioBuffer || audioBytes)
-        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}});
+        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0});
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;

@@ -9,11 +9,23 @@ std::mt19937_64 &engine()
     static std::mt19937_64 generator;
     return generator;
 }
+
+std::uint64_t &seedGiven()
+{
+    static std::uint64_t value = std::mt19937_64::default_seed;
+    return value;
+}
 } // namespace
 
 void RandomSource::seed(std::uint64_t value)
 {
+    seedGiven() = value;
     engine().seed(value);
+}
+
+std::uint64_t RandomSource::lastSeed()
+{
+    return seedGiven();
 }
 
 int RandomSource::next()

@@ -13,6 +13,9 @@ namespace RandomSource
 constexpr int maximum = 32767;
 
 void seed(std::uint64_t value);
+
+// The value of the last seed() call; the engine's default seed before any.
+std::uint64_t lastSeed();
 int next();
 
 } // namespace RandomSource

@@ -10,11 +10,15 @@ class QByteArray;
 // tick has started the following interval (a silent interval shorter than the
 // output's latency). They are released when that output reports idle; one
 // that never does is released once its deadline has passed and it is no
-// longer active, or at its limit whatever its state.
+// longer active, or at its limit whatever its state. `trial` and `sound`
+// number the interval within its run; a trial of 0 marks one left over from
+// a run that has ended.
 struct SoundingInterval {
     QAudioOutput *output;
     QBuffer *buffer;
     QByteArray *bytes;
     QDeadlineTimer deadline;
     QDeadlineTimer limit;
+    int trial;
+    int sound;
 };

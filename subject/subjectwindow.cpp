@@ -128,6 +128,8 @@ void SubjectWindow::on_pushButtonIAmReady_clicked()
 
 void SubjectWindow::updateSubjectWindow(int index)
 {
+    if (closed)
+        return;
     setEnabled(false);
     disableIntervalButtons();
     switch (index) {
@@ -176,6 +178,8 @@ void SubjectWindow::on_pushButtonChoice3_clicked()
 void SubjectWindow::finishExperiment(qreal threshold, qreal reactionTime, qint32 mainParameter,
                                      qreal cfStd)
 {
+    if (closed)
+        return;
     for (QPushButton *button :
          {pushButtonChoice1, pushButtonChoice2, pushButtonChoice3, pushButtonChoice4})
         button->hide();
@@ -210,6 +214,7 @@ void SubjectWindow::closeEvent(QCloseEvent *event)
         this, "Confirmation MessageBox", tr("Do you want to close this window?\n"),
         QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel, QMessageBox::Yes);
     if (answer == QMessageBox::Yes) {
+        closed = true;
         emit subjectWindowClosed();
         event->accept();
     } else {

@@ -53,4 +53,9 @@ public:
     bool centreWindow;
     double widthFraction;
     double heightFraction;
+    // Set once the participant has confirmed closing. A closed window is
+    // never shown again but stays connected to the experimenter window, so
+    // its slots return at once instead of restyling hidden buttons for every
+    // sound of every later run.
+    bool closed = false;
 };
