@@ -28,9 +28,11 @@ private slots:
             << QVector<double>{0,      0,      95999.99, 95999.99, 95999.99, 95999.99, 1,  1,
                                0.9999, 0.9999, 10,       10,       100,      100,      60, 192000}
             << "";
+        // The Standard column's frequency difference is used nowhere, so even
+        // 1.5 times the carrier is not refused there.
         QTest::newRow("just above")
-            << QVector<double>{0,      0, 96000, 96000,  95999.99, 96000, 1,      1.0001,
-                               0.9999, 1, 10,    10.001, 101,      8,     60.001, 192000}
+            << QVector<double>{0,   0, 96000, 96000,  95999.99, 96000, 1,      1.0001,
+                               1.5, 1, 10,    10.001, 101,      8,     60.001, 192000}
             << "Carrier frequency (Hz) Standard, Carrier frequency (Hz) Deviant, Modulation "
                "frequency (Hz) Deviant, Modulation depth (%) Deviant, Frequency difference (Hz) "
                "Deviant, Duration (ms) Deviant, Number of reversals, Silent interval (ms)";

@@ -64,6 +64,15 @@ private slots:
         MainWindow w;
         RunHarness run(w, hearsFrom, answerMs, &server);
         run.begin({50, periodMs - 50, reversals, reversalsToCalculate, dir.path()});
+        QVariantMap panel; // as the run starts, by accessible name: row label, then column
+        for (QWidget *widget : w.centralWidget->findChildren<QWidget *>()) {
+            if (auto *edit = qobject_cast<QLineEdit *>(widget))
+                panel[edit->accessibleName()] = edit->text();
+            else if (auto *box = qobject_cast<QComboBox *>(widget))
+                panel[box->accessibleName()] = box->currentText();
+            else if (auto *check = qobject_cast<QCheckBox *>(widget))
+                panel[check->accessibleName()] = check->isChecked();
+        }
         auto saver = std::make_unique<ModalCatcher>();
         saver->answerSaveDialogs({dir.filePath("run.txt")});
         QVERIFY(run.run(120000));
@@ -80,6 +89,7 @@ private slots:
         QByteArray file = "modulation depth (%)\tstimulus position\tresponse position\t"
                           "correctness\treaction time (ms)\r\n";
         int regularOnsets = 0, promptClocks = 0;
+        double reactionSum = 0;
         QSet<int> places;
         for (int t = 0; t < depths.size(); ++t) {
             const RunHarness::Trial &trial = run.trials[t];
@@ -92,6 +102,7 @@ private slots:
             QVERIFY(w.trendTrials.value(t) == t &&
                     std::fabs(w.trendValues.value(t) - 100 * depths[t]) < 1e-9);
             places << stim;
+            reactionSum += reactionTime;
             log << QString("stimPosition: %1").arg(stim) << QString("response: %1").arg(response);
             file += QString::number(100 * depths[t], 'f', 6).toLatin1() + '\t' + char('0' + stim) +
                     '\t' + char('0' + response) + '\t' + (response == stim ? '1' : '0') + '\t' +
@@ -144,6 +155,43 @@ private slots:
         QVERIFY(w.subjectWindow->labelResult->text().startsWith(
             QString("Modulation Threshold = %1 %").arg(100 * threshold)));
         QVERIFY(RunHarness::closeParticipantWindow(w));
+
+        // The sidecar: every column described, the panel as the run started
+        // by row label and column in the panel's units, the result shown, the
+        // seed, and a playback in which every sound played.
+        QFile sidecar(dir.filePath("run.json"));
+        QVERIFY(sidecar.open(QIODevice::ReadOnly));
+        const QJsonObject json = QJsonDocument::fromJson(sidecar.readAll()).object();
+        for (const QByteArray &column : file.left(file.indexOf('\r')).split('\t'))
+            QVERIFY2(json[column]["Description"].isString(), column.constData());
+        const QJsonObject settings = json["Settings"].toObject();
+        QSet<QString> rows;
+        for (auto it = panel.cbegin(); it != panel.cend(); ++it) {
+            QString row = it.key();
+            QJsonValue value = settings[row];
+            for (const QString column : {"Standard", "Deviant"}) {
+                if (row.endsWith(" " + column)) {
+                    row.chop(column.size() + 1);
+                    value = settings[row][column];
+                }
+            }
+            rows << row;
+            QVERIFY2(value.isDouble() ? std::fabs(value.toDouble() - it->toDouble()) < 1e-9
+                                      : value.toVariant() == it.value(),
+                     qPrintable(it.key()));
+        }
+        QCOMPARE(rows.size(), settings.size());
+        const QJsonObject result = json["Result"].toObject();
+        QVERIFY(std::fabs(result["Threshold"].toDouble() - 100 * threshold) < 1e-9);
+        QVERIFY(std::fabs(result["MeanReactionTime"].toDouble() - reactionSum / depths.size()) <
+                1e-9);
+        QCOMPARE(result["NumberOfTrials"].toInt(), depths.size());
+        QCOMPARE(result["ReversalValues"].toArray().size(), reversals);
+        QCOMPARE(json["RandomSeed"].toString(), QString("20240611"));
+        QVERIFY(w.windowTitle().contains("(v" + json["Software"]["Version"].toString().remove('.') +
+                                         ")"));
+        QCOMPARE(json["Playback"]["SampleRate"].toInt(), 40000);
+        QVERIFY(json["Playback"]["FaultyIntervals"].toArray().isEmpty());
     }
 
     // The rate changed on the panel after View, and no silent interval: the
@@ -151,8 +199,8 @@ private slots:
     // interval's output runs at the rate of its own sound; every tick comes
     // while the previous sound still plays, and still each trial has four
     // intervals, ends once and leaves no output behind. A rate the device
-    // rejects is logged (the fallback that ends such an interval is the
-    // audio-fault test's).
+    // rejects is logged once, however often it is asked for (the fallback
+    // that ends such an interval is the audio-fault test's).
     void eachSoundAtItsOwnRateBackToBack()
     {
         MainWindow w;
@@ -171,9 +219,10 @@ private slots:
                                stim == 3 ? 20000 : 40000, 40000, -1}));
         QVERIFY(RunHarness::waitUntil([&] { return run.liveOutputs() == 0; }, 5000));
         QVERIFY(w.overtakenIntervals.isEmpty() && !w.audioOutput);
-        w.configureAudioFormat(1000000);
-        QVERIFY(
-            run.warnings.contains("Raw audio format not supported by backend, cannot play audio."));
+        for (int rate : {1000000, 2000000, 1000000, 2000000})
+            w.configureAudioFormat(rate);
+        QCOMPARE(
+            run.warnings.count("Raw audio format not supported by backend, cannot play audio."), 2);
     }
 
     // Codes outside a run's answers: 5 is refused with a warning; 4, from no

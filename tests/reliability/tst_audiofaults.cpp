@@ -2,6 +2,8 @@
 #include "support/runharness.h"
 
 #include <QAudioOutput>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QPointer>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -87,11 +89,13 @@ private slots:
                 QTimer::singleShot(afterMs, this, inject[fault]);
         });
         harness.begin({150, 50, 2, 2, dir.path()});
+        QList<ModalCatcher::Box> boxes;
         {
             ModalCatcher saver; // gone before the closing question comes
             saver.answerSaveDialogs({dir.filePath("run.txt")});
             QVERIFY(harness.run(60000));
             QVERIFY(RunHarness::waitUntil([&] { return saver.saveDialogs.size() == 1; }, 5000));
+            boxes = saver.boxes;
         }
         QVERIFY(RunHarness::closeParticipantWindow(window));
 
@@ -130,6 +134,24 @@ private slots:
         QFile saved(dir.filePath("run.txt"));
         QVERIFY(saved.open(QIODevice::ReadOnly));
         QCOMPARE(saved.readAll().count('\n'), trials.size() + 1);
+
+        // The sidecar lists every interval that never reported its end, and
+        // the experimenter was told before the save dialog came.
+        QFile sidecar(dir.filePath("run.json"));
+        QVERIFY(sidecar.open(QIODevice::ReadOnly));
+        QStringList listed, unended;
+        const QJsonDocument json = QJsonDocument::fromJson(sidecar.readAll());
+        for (const QJsonValue interval : json["Playback"]["FaultyIntervals"].toArray())
+            listed
+                << QString("%1.%2").arg(interval["Trial"].toInt()).arg(interval["Sound"].toInt());
+        for (const RunHarness::Interval &interval : intervals)
+            if (!interval.idle)
+                unended << QString("%1.%2").arg(interval.trial + 1).arg(interval.index);
+        QCOMPARE(listed, unended);
+        QCOMPARE(boxes.size(), 1);
+        QVERIFY2(boxes[0].title == "Warning" &&
+                     boxes[0].text.startsWith(QString("%1 of the 20 sounds").arg(listed.size())),
+                 qPrintable(boxes[0].text));
     }
 
     // The experimenter window closed while sounds play, one of them maybe

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <numeric>
 
 namespace
 {
@@ -53,7 +54,7 @@ private slots:
         connect(w.get(), &MainWindow::soundPlaying, this,
                 [&] { emittedNs = PulseServer::nowNs(); });
         QMetaObject::Connection afterNewest;
-        double reaction[2] = {}, light[2] = {};
+        QVector<double> reaction, light; // per run, the medians of its trials and lights
         QVector<double> sounds[2];
         QVector<int> answers[2];
         const int runs = 200;
@@ -76,15 +77,15 @@ private slots:
                            harness.liveBuffers() == 0;
                 },
                 5000));
+            QVector<double> reactionTimes;
+            for (const TrialRecord &r : w->params.trials)
+                reactionTimes << r.reactionTime;
+            reaction << median(reactionTimes);
+            light << median(lightMs);
             if (run > 1 && run < runs)
                 continue;
-            QVector<double> reactionTimes;
-            for (const TrialRecord &r : w->params.trials) {
-                reactionTimes << r.reactionTime;
+            for (const TrialRecord &r : w->params.trials)
                 answers[run > 1] << r.stimPosition << r.responsePosition;
-            }
-            reaction[run > 1] = median(reactionTimes);
-            light[run > 1] = median(lightMs);
             sounds[run > 1] = w->standardSound + w->deviantSound;
         }
         QCOMPARE(answers[0].size(), 4);
@@ -93,11 +94,18 @@ private slots:
 
         qInfo("Reaction time of an answer 5 ms after the fourth sound: %.1f ms in run 1, %.1f "
               "ms in run %d. From a sound to the light: %.3f ms, then %.3f ms.",
-              reaction[0], reaction[1], runs, light[0], light[1]);
-        QEXPECT_FAIL("", "hidden participant windows still handle every sound", Continue);
-        QVERIFY2(std::abs(reaction[1] - reaction[0]) < 1, "the reaction time differs");
-        QEXPECT_FAIL("", "hidden participant windows still handle every sound", Continue);
-        QVERIFY2(light[1] <= 2 * light[0] + 0.1, "the light comes later");
+              reaction.first(), reaction.last(), runs, light.first(), light.last());
+        // Reaction times are whole ms, so one run's median jitters by 1 ms: the
+        // first ten runs are compared with the last ten.
+        const auto drift = [](const QVector<double> &v) {
+            return (std::accumulate(v.end() - 10, v.end(), 0.0) -
+                    std::accumulate(v.begin(), v.begin() + 10, 0.0)) /
+                   10;
+        };
+        qInfo("Last ten runs against the first ten: reaction time %+.2f ms, light %+.3f ms.",
+              drift(reaction), drift(light));
+        QVERIFY2(std::abs(drift(reaction)) < 1, "the reaction time drifts");
+        QVERIFY2(drift(light) < 1, "the light comes later");
 
         // Closing the window releases its participant windows with it.
         QPointer<SubjectWindow> newest = w->subjectWindow;

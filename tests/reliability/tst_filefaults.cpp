@@ -14,6 +14,8 @@ const QString openWarning = "Warning: could not open file for writing \r\n";
 const QString writeWarning = "Warning: The data were not completely saved to \r\n%1\r\nWriting to "
                              "the file failed (the disk may be full or gone). Choose another "
                              "file in the next dialog to keep them.";
+const QString sidecarWarning = "Warning: The settings and result of the run could not be saved "
+                               "to \r\n%1/run.json\r\nThe results file was saved.";
 const QByteArray table = "modulation depth (%)\tstimulus position\tresponse position\tcorrectness\t"
                          "reaction time (ms)\r\n50.000000\t2\t2\t1\t812\r\n"
                          "39.716412\t3\t2\t0\t1034\r\n";
@@ -34,25 +36,34 @@ class TestFileFaults : public QObject
 private slots:
     // One save at the end of a run, with the names of each row typed into its
     // dialogs in turn ("" cancels; %1 is a folder holding an earlier results
-    // file old.txt and a plain file "blocker"): the boxes shown, and the table
-    // written where it was saved and nowhere else.
+    // file old.txt, a plain file "blocker" and a folder "run.json"): the boxes
+    // shown, and the table written where it was saved, with its sidecar beside
+    // it, and nowhere else.
     void saveDialog_data()
     {
         QTest::addColumn<QStringList>("typed");
         QTest::addColumn<QStringList>("boxes");
         QTest::addColumn<QString>("savedAs");
+        QTest::addColumn<QString>("files");
         QTest::newRow("missing folders created")
-            << QStringList{"%1/new/deeper/run.txt"} << QStringList() << "new/deeper/run.txt";
+            << QStringList{"%1/new/deeper/run.txt"} << QStringList() << "new/deeper/run.txt"
+            << "blocker new/deeper/run.json new/deeper/run.txt old.txt";
         QTest::newRow("existing file replaced")
-            << QStringList{"%1/old.txt"} << QStringList() << "old.txt";
-        QTest::newRow("cancelled") << QStringList{""} << QStringList{openWarning} << QString();
+            << QStringList{"%1/old.txt"} << QStringList() << "old.txt"
+            << "blocker old.json old.txt";
+        QTest::newRow("cancelled")
+            << QStringList{""} << QStringList{openWarning} << QString() << "blocker old.txt";
         QTest::newRow("no folder can be made under a file")
             << QStringList{"%1/blocker/run.txt"} << QStringList{openWarning + "%1/blocker/run.txt"}
-            << QString();
+            << QString() << "blocker old.txt";
         // The data stay in memory: the dialog comes again at the failed name.
         QTest::newRow("write fails after opening, then cancelled")
             << QStringList{"/dev/full", ""}
-            << QStringList{writeWarning.arg("/dev/full"), openWarning} << QString();
+            << QStringList{writeWarning.arg("/dev/full"), openWarning} << QString()
+            << "blocker old.txt";
+        QTest::newRow("sidecar cannot be written, results kept")
+            << QStringList{"%1/run.txt"} << QStringList{sidecarWarning} << "run.txt"
+            << "blocker old.txt run.txt";
     }
 
     void saveDialog()
@@ -65,7 +76,7 @@ private slots:
         boxes.replaceInStrings("%1", dir.path());
         QFile old(dir.filePath("old.txt")), blocker(dir.filePath("blocker"));
         QVERIFY(old.open(QIODevice::WriteOnly) && old.write(oldFile) == oldFile.size());
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        QVERIFY(blocker.open(QIODevice::WriteOnly) && QDir(dir.path()).mkdir("run.json"));
         old.close();
 
         MainWindow w;
@@ -85,13 +96,13 @@ private slots:
             shown << box.title + ": " + box.text;
         QCOMPARE(shown, boxes);
 
-        // Only the saved file is new, and only a replaced file has changed.
+        // Only the saved file and its sidecar are new, and only a replaced
+        // file has changed.
         QStringList files;
         for (QDirIterator it(dir.path(), QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
             files << QDir(dir.path()).relativeFilePath(it.next());
         files.sort();
-        QCOMPARE(files.join(' '), savedAs.startsWith("new") ? "blocker new/deeper/run.txt old.txt"
-                                                            : "blocker old.txt");
+        QTEST(files.join(' '), "files");
         if (!savedAs.isEmpty())
             QCOMPARE(contents(dir.filePath(savedAs)), table);
         if (savedAs != "old.txt")

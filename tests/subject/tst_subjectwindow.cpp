@@ -88,6 +88,11 @@ private slots:
             QCOMPARE(w->isVisible(), answer == QMessageBox::No);
             QCOMPARE(closed.size(), answer == QMessageBox::No ? 0 : 1);
         }
+        // Closed, it stays connected but follows no later sound or result.
+        const QString closedState = state(*w) + w->labelResult->text();
+        w->updateSubjectWindow(1);
+        w->finishExperiment(0.5, 100, 1, 1000);
+        QCOMPARE(state(*w) + w->labelResult->text(), closedState);
     }
 };
 
