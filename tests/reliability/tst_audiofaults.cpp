@@ -70,8 +70,11 @@ private slots:
             child.start(QCoreApplication::applicationFilePath(),
                         {QString("faultDuringRun:") + QTest::currentDataTag()});
             QVERIFY(child.waitForFinished(120000));
+            const QStringList failures = QString(child.readAllStandardOutput())
+                                             .split('\n')
+                                             .filter(QRegularExpression("^(FAIL|   Loc)"));
             QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0,
-                     child.readAllStandardOutput().constData());
+                     qPrintable(failures.join(" ")));
             return;
         }
         const std::function<void()> inject[] = {

@@ -110,11 +110,11 @@ private:
     }
     QString sinkModule() const
     {
-        return QString(sink == Sink::Pipe
-                           ? "module-pipe-sink file=%1 use_system_clock_for_timing=yes"
-                           : "module-null-sink")
-                   .arg(dir.filePath("sink.fifo")) +
-               " sink_name=veltrane rate=40000 format=float32le channels=1";
+        const QString module = sink == Sink::Pipe
+                                   ? "module-pipe-sink use_system_clock_for_timing=yes file=" +
+                                         dir.filePath("sink.fifo")
+                                   : "module-null-sink";
+        return module + " sink_name=veltrane rate=40000 format=float32le channels=1";
     }
 
     // Runs a shell script (pactl, parec) on the control socket with the
