@@ -102,7 +102,8 @@ private slots:
               "ms in run %d. From a sound to the light: %.3f ms, then %.3f ms.",
               reaction.first(), reaction.last(), runs, light.first(), light.last());
         // Reaction times are whole ms, so one run's median jitters by 1 ms: the
-        // first ten runs are compared with the last ten.
+        // first ten runs are compared with the last ten. Only growth is the
+        // fault; the first runs of a fresh process may be slower.
         const auto drift = [](const QVector<double> &v) {
             return (std::accumulate(v.end() - 10, v.end(), 0.0) -
                     std::accumulate(v.begin(), v.begin() + 10, 0.0)) /
@@ -110,7 +111,7 @@ private slots:
         };
         qInfo("Last ten runs against the first ten: reaction time %+.2f ms, light %+.3f ms.",
               drift(reaction), drift(light));
-        QVERIFY2(std::abs(drift(reaction)) < 1, "the reaction time drifts");
+        QVERIFY2(drift(reaction) < 1, "the reaction time grows");
         QVERIFY2(drift(light) < 1, "the light comes later");
 
         // Closing the window releases its participant windows with it.
