@@ -1,6 +1,7 @@
 #include "app/mainwindow.h"
 #include "app/windowgeometry.h"
 #include "subject/subjectwindow.h"
+#include "support/gridrows.h"
 #include "support/modalcatcher.h"
 
 #include <QtCharts>
@@ -128,24 +129,23 @@ private slots:
         QVERIFY(!w.lineEditFileName->isEnabled() && w.pushButtonView->isEnabled() &&
                 !w.pushButtonGo->isEnabled());
 
-        // The panel grid: row, column and column span of each widget.
-        const QList<std::tuple<QWidget *, int, int, int>> cells{
-            {w.labelSesType, 0, 0, 1},           {w.comboBoxSesType, 0, 1, 2},
-            {w.labelSoundType, 1, 0, 1},         {w.comboBoxSoundType, 1, 1, 2},
-            {w.labelMainParameter, 2, 0, 1},     {w.comboBoxMainParameter, 2, 1, 2},
-            {w.labelStandard, 3, 1, 1},          {w.labelDeviant, 3, 2, 1},
-            {w.labelCarrierFreq, 4, 0, 1},       {w.lineEditCarrierFreqStd, 4, 1, 1},
-            {w.lineEditCarrierFreqDev, 4, 2, 1}, {w.labelDuration, 8, 0, 1},
-            {w.lineEditDurationStd, 8, 1, 1},    {w.lineEditDurationDev, 8, 2, 1},
-            {w.labelNumReversals, 9, 0, 1},      {w.lineEditSilentInterval, 11, 1, 1},
-            {w.checkBoxSaveData, 13, 2, 1},      {w.checkBoxResetMdFd, 14, 2, 1},
-            {w.lineEditSesNum, 15, 1, 2}};
-        for (const auto &[widget, row, column, span] : cells) {
-            int r, c, rowSpan, columnSpan;
-            w.gridLayoutPanel->getItemPosition(w.gridLayoutPanel->indexOf(widget), &r, &c, &rowSpan,
-                                               &columnSpan);
-            QCOMPARE(QList<int>({r, c, rowSpan, columnSpan}), QList<int>({row, column, 1, span}));
-        }
+        // Where each control of the panel sits, row by row.
+        QCOMPARE(
+            gridRows(w.gridLayoutPanel),
+            QStringList(
+                {"labelSesType comboBoxSesType:2", "labelSoundType comboBoxSoundType:2",
+                 "labelMainParameter comboBoxMainParameter:2", "- labelStandard labelDeviant",
+                 "labelCarrierFreq lineEditCarrierFreqStd lineEditCarrierFreqDev",
+                 "labelModFreq lineEditModFreqStd lineEditModFreqDev",
+                 "labelModDepth lineEditModDepthStd lineEditModDepthDev",
+                 "labelFreqDiff lineEditFreqDiffStd lineEditFreqDiffDev",
+                 "labelDuration lineEditDurationStd lineEditDurationDev",
+                 "labelNumReversals lineEditNumReversals -", "labelRevToCalc lineEditRevToCalc -",
+                 "labelSilentInterval lineEditSilentInterval -",
+                 "pushButtonView+pushButtonGo+pushButtonQuit:3",
+                 "labelSamplingRate lineEditSamplingRate checkBoxSaveData",
+                 "labelSubCode lineEditSubCode checkBoxResetMdFd", "labelSesNum lineEditSesNum:2",
+                 "labelFilePath+lineEditFilePath:3", "labelFileName+lineEditFileName:3"}));
 
         // The trend chart spans the row below the spectra.
         QVERIFY(chartAt(w, 4) == w.chartTrend && chartAt(w, 5) == w.chartTrend);
@@ -213,13 +213,24 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(&w));
         ModalCatcher catcher;
         catcher.arm(QMessageBox::Ok, 100);
-        for (const QString session : {"7,007", "1234,1234", "seven,000"}) {
-            w.lineEditSesNum->setText(session.section(',', 0, 0));
-            QCOMPARE(w.lineEditFileName->text(),
-                     "SUB001_test" + session.section(',', 1) + "_noise_modulation depth.txt");
+        // The proposed file name follows each of its inputs changed alone.
+        const QList<std::tuple<QWidget *, QString, QString>> changes{
+            {w.lineEditSesNum, "1234", "SUB001_test1234_noise_modulation depth"},
+            {w.lineEditSesNum, "seven", "SUB001_test000_noise_modulation depth"},
+            {w.lineEditSesNum, "7", "SUB001_test007_noise_modulation depth"},
+            {w.lineEditSubCode, "Anna B 01", "Anna B 01_test007_noise_modulation depth"},
+            {w.comboBoxSesType, "0", "Anna B 01_practice007_noise_modulation depth"},
+            {w.comboBoxSoundType, "0", "Anna B 01_practice007_sinusoid_modulation depth"},
+            {w.comboBoxMainParameter, "0", "Anna B 01_practice007_sinusoid_carrier frequency"},
+            {w.comboBoxMainParameter, "1", "Anna B 01_practice007_sinusoid_modulation depth"},
+            {w.comboBoxSoundType, "1", "Anna B 01_practice007_noise_modulation depth"}};
+        for (const auto &[widget, value, name] : changes) {
+            if (auto *edit = qobject_cast<QLineEdit *>(widget))
+                edit->setText(value);
+            else
+                static_cast<QComboBox *>(widget)->setCurrentIndex(value.toInt());
+            QCOMPARE(w.lineEditFileName->text(), name + ".txt");
         }
-        w.lineEditSubCode->setText("Anna B 01");
-        w.comboBoxSesType->setCurrentIndex(0);
         w.checkBoxResetMdFd->setChecked(false);
         const QString typed = "ModDepthDev=12; FreqDiffDev=7; CarrierFreqDev=800";
         type(w, typed);
@@ -233,7 +244,7 @@ private slots:
         w.comboBoxSoundType->setCurrentIndex(1);
         QCOMPARE(deviantColumn(w), QString("12 7 800"));
         QCOMPARE(w.params.fileName,
-                 QString("Anna B 01_practice000_sinusoid_carrier frequency.txt"));
+                 QString("Anna B 01_practice007_sinusoid_carrier frequency.txt"));
         const QString conflict = "Conflicting Parameters: The sound type 'noise' is incompatible "
                                  "with the internal parameter 'carrier frequency'. ";
         QCOMPARE(boxes(catcher), conflict +

@@ -1,5 +1,6 @@
 #include "app/windowgeometry.h"
 #include "subject/subjectwindow.h"
+#include "support/gridrows.h"
 #include "support/modalcatcher.h"
 
 #include <QtTest>
@@ -47,6 +48,8 @@ private slots:
         QCOMPARE(w->windowTitle(), QString("Quorvan Lab | Veltrane (v062) | Subject Window"));
         QCOMPARE(w->geometry(), windowGeometry(QGuiApplication::primaryScreen()->availableSize(),
                                                true, 0.55, 0.3));
+        QCOMPARE(gridRows(w->gridLayout),
+                 QStringList({"1 2 3 4", "QLabel:4", "- I am ready:2 -", "- Done:2 -"}));
         QCOMPARE(state(*w), QString("---- 11111 0000100"));
         QSignalSpy responded(w, SIGNAL(subjectResponded(int)));
         QSignalSpy closed(w, SIGNAL(subjectWindowClosed()));
