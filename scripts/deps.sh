@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Installs the Debian packages needed to build, run and test the program.
 # Idempotent: when everything is present it only checks and returns.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Builds the Debian package from a build tree with CPack, unpacks it into a
 # staging folder and checks what a technician gets from installing it: the
 # files, the menu entry, the command the entry runs, and the dependencies apt
