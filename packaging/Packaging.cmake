@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Install rules and the Debian package. Included at the end of the top-level
 # CMakeLists.txt, once every target exists.
 #
@@ -16,8 +17,13 @@ endif()
 # rendered from the SVG with ImageMagick:
 #   convert -background none veltrane.svg [-resize 48x48] -strip -depth 8 OUT.png
 set(VELTRANE_ICON_DIR ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/veltrane.desktop
+# Menu entry and AppStream metadata share the application's reverse-DNS id,
+# which software centres use to tie them together.
+set(VELTRANE_APP_ID invalid.quorvan_lab.veltrane)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/${VELTRANE_APP_ID}.desktop
   DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/${VELTRANE_APP_ID}.metainfo.xml
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/veltrane.svg
   DESTINATION ${VELTRANE_ICON_DIR}/scalable/apps)
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/veltrane-256.png

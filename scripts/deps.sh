@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Installs the Debian packages needed to build, run and test the program.
 # Idempotent: when everything is present it only checks and returns.
 set -euo pipefail
@@ -8,6 +9,7 @@ packages=(
     qtbase5-dev libqt5charts5-dev qtmultimedia5-dev libqt5multimedia5-plugins
     pulseaudio pulseaudio-utils xvfb xauth imagemagick x11-utils
     libbenchmark-dev libfftw3-dev desktop-file-utils dpkg-dev
+    lintian appstream help2man
 )
 
 missing=()

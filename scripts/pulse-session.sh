@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Runs a command with a private PulseAudio daemon whose default sink is a null
 # sink with a short latency, so that audio output really plays, and reports
 # the end of each sound in time, without a sound card. PULSE_SERVER

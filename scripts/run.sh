@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Builds the program in Release mode and starts it. Without a display it starts
 # the program on a virtual X display (Xvfb) with a virtual audio sink (a private
 # PulseAudio null sink), saves a screenshot of the window and keeps running

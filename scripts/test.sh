@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Builds the program with its tests twice (Release, and Address+UB sanitizers)
 # and runs every test through CTest against a private PulseAudio daemon.
 # Exits non-zero when anything fails.

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Builds the Debian package from a build tree with CPack, unpacks it into a
 # staging folder and checks what a technician gets from installing it: the
-# files, the menu entry, the command the entry runs, and the dependencies apt
-# must pull in.
+# files, the menu entry, the command the entry runs, the dependencies apt
+# must pull in, and what a distribution asks of a package: lintian's verdict,
+# the AppStream metadata, the copyright file, the changelog and a manual page
+# per program.
 #
 # Usage: test_package.sh BUILD_DIR VERSION WITH_SIMULATE_LISTENER(0|1)
 set -euo pipefail
@@ -44,14 +47,19 @@ field() { dpkg-deb -f "$deb" "$1"; }
 [ -n "$(field Description)" ] || fail "no description"
 
 # Exactly these files, so that a stray install rule shows up here.
+id=invalid.quorvan_lab.veltrane
 expected=(
     usr/bin/veltrane
-    usr/share/applications/veltrane.desktop
+    usr/share/applications/$id.desktop
+    usr/share/metainfo/$id.metainfo.xml
+    usr/share/doc/veltrane/copyright
+    usr/share/doc/veltrane/changelog.gz
+    usr/share/man/man1/veltrane.1.gz
     usr/share/icons/hicolor/256x256/apps/veltrane.png
     usr/share/icons/hicolor/48x48/apps/veltrane.png
     usr/share/icons/hicolor/scalable/apps/veltrane.svg
 )
-[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener)
+[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener usr/share/man/man1/simulate-listener.1.gz)
 if ! diff -u <(printf '%s\n' "${expected[@]}" | sort) \
     <(cd "$root" && find . ! -type d | sed 's|^\./||' | sort) >"$work/files.diff"; then
     cat "$work/files.diff" >&2
@@ -72,7 +80,7 @@ for bin in "$root"/usr/bin/*; do
 done
 
 # The menu entry: valid, runs the packaged program, shows the packaged icon.
-entry=$root/usr/share/applications/veltrane.desktop
+entry=$root/usr/share/applications/$id.desktop
 if [ -f "$entry" ]; then
     desktop-file-validate "$entry" >"$work/validate.log" 2>&1 || fail "desktop-file-validate failed"
     if grep -Eq '(error|warning):' "$work/validate.log"; then
@@ -123,6 +131,53 @@ if command -v apt-get >/dev/null; then
         fail "installing the package would pull in packages the build machine lacks"
     fi
 fi
+
+# Every program has a manual page that renders without warnings, has the
+# sections a user looks for, and names every option the program's --help
+# lists (the program itself takes Qt's options only).
+for bin in "$root"/usr/bin/*; do
+    name=$(basename "$bin")
+    page=$root/usr/share/man/man1/$name.1.gz
+    [ -f "$page" ] || continue
+    text=$(MANWIDTH=80 man --warnings -l "$page" 2>"$work/man.log")
+    [ -s "$work/man.log" ] && fail "man page of $name: $(cat "$work/man.log")"
+    for section in NAME SYNOPSIS DESCRIPTION OPTIONS FILES EXAMPLES; do
+        grep -q "^$section" <<<"$text" || fail "man page of $name lacks $section"
+    done
+    [ "$name" = veltrane ] && continue
+    for option in $("$bin" --help 2>/dev/null | grep -oE -- '--[a-z][a-z-]+' | sort -u); do
+        grep -qF -- "$option" <<<"$text" || fail "man page of $name lacks $option"
+    done
+done
+
+# Machine-readable copyright naming the licence of every file, icons included.
+copyright=$root/usr/share/doc/veltrane/copyright
+if [ -f "$copyright" ]; then
+    head -1 "$copyright" | grep -q 'copyright-format/1.0' || fail "copyright is not machine-readable"
+    grep -q '^Files:.*veltrane\.svg' "$copyright" || fail "copyright does not cover the icons"
+    grep -q '^License: GPL-3+$' "$copyright" || fail "copyright lacks the GPL-3+ licence"
+fi
+changelog=$root/usr/share/doc/veltrane/changelog.gz
+if [ -f "$changelog" ]; then
+    head -1 < <(gzip -cd "$changelog") | grep -q "^veltrane ($version) " ||
+        fail "changelog does not start with version $version"
+fi
+
+# AppStream: valid, and tied to the packaged menu entry by its id.
+metainfo=$root/usr/share/metainfo/$id.metainfo.xml
+if [ -f "$metainfo" ]; then
+    appstreamcli validate --no-net "$metainfo" >"$work/appstream.log" 2>&1 ||
+        fail "appstreamcli validate: $(cat "$work/appstream.log")"
+    grep -q "<id>$id</id>" "$metainfo" || fail "metainfo id is not $id"
+    grep -q "<launchable type=\"desktop-id\">$id.desktop</launchable>" "$metainfo" ||
+        fail "metainfo does not launch $id.desktop"
+fi
+
+# lintian, Debian's package checker: no error and no warning.
+command -v lintian >/dev/null || fail "lintian is not installed"
+lintian --allow-root "$deb" >"$work/lintian.log" 2>&1 || true
+cat "$work/lintian.log" >&2
+grep -Eq '^[EW]: ' "$work/lintian.log" && fail "lintian reports errors or warnings"
 
 ((failures == 0)) || {
     echo "$failures check(s) failed" >&2

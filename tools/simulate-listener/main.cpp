@@ -65,6 +65,7 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("simulate-listener"));
+    QApplication::setApplicationVersion(QStringLiteral(VELTRANE_VERSION));
 
     const SessionParameters defaults;
     QCommandLineParser parser;
@@ -76,6 +77,7 @@ int main(int argc, char **argv)
         "x the tracked value as a fraction (modulation depth, or frequency difference / carrier).\n"
         "Step listener: always right above alpha dB, always wrong at or below.");
     parser.addHelpOption();
+    parser.addVersionOption();
     parser.addOptions({
         {"quantity",
          "Tracked quantity: depth (modulation depth) or frequency (frequency "
