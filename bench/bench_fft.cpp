@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Times FFTReal<double>::forward_transform against FFTW's real-to-complex
 // double transform of the same length, in the same run, and prints the ratio
 // of their times at length 32768 (the length the program uses).

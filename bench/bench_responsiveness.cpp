@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Times the work between a participant's answer and the start of the next
 // trial with the start-up settings: the staircase step, the new deviant with
 // the standard rescaled to its RMS, both amplitude spectra and the refresh of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 // Timing report of the sounds: plays a run with the panel's default settings
 // into a private PulseAudio pipe sink, answered by a simulated participant, and
 // prints for every trial what came out of the audio output: the onset of each
