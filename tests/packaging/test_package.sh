@@ -51,7 +51,7 @@ expected=(
     usr/share/icons/hicolor/48x48/apps/veltrane.png
     usr/share/icons/hicolor/scalable/apps/veltrane.svg
 )
-[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener)
+[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener usr/bin/veltrane-summary)
 if ! diff -u <(printf '%s\n' "${expected[@]}" | sort) \
     <(cd "$root" && find . ! -type d | sed 's|^\./||' | sort) >"$work/files.diff"; then
     cat "$work/files.diff" >&2

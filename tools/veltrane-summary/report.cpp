@@ -63,6 +63,15 @@ struct Plot {
         x->setRange(empty ? 0 : xMin - 0.5, empty ? 1 : xMax + 0.5);
         y->setRange(empty ? 0 : yMin - 0.05 * (yMax - yMin) - 0.5,
                     empty ? 1 : yMax + 0.05 * (yMax - yMin) + 0.5);
+        x->applyNiceNumbers();
+        y->applyNiceNumbers();
+        QFont font = chart->font();
+        font.setPixelSize(11);
+        for (QValueAxis *axis : {x, y}) {
+            axis->setLabelsFont(font);
+            axis->setTitleFont(font);
+        }
+        chart->legend()->setFont(font);
         chart->addAxis(x, Qt::AlignBottom);
         chart->addAxis(y, Qt::AlignLeft);
         for (QAbstractSeries *s : chart->series()) {
@@ -150,14 +159,14 @@ QChart *psychometric(const StudyGroup &g, const QVector<RunRow> &rows)
             ++bin.first;
             bin.second += rows[i].trials[t].correct;
         }
-    auto *points = scatter("proportion correct (1 dB bins)", QColor(40, 70, 130), 8);
+    auto *points = scatter("correct in 1 dB bins", QColor(40, 70, 130), 8);
     for (auto it = bins.cbegin(); it != bins.cend(); ++it)
         points->append(it.key(), double(it.value().second) / it.value().first);
     plot.add(points);
     const FitResult &f = g.fit;
     if (f.fitted) {
         auto *curve = new QLineSeries;
-        curve->setName(QString("fit: α %1 dB, β %2 dB").arg(fixed(f.alpha), fixed(f.beta)));
+        curve->setName("fit");
         curve->setPen(QPen(Qt::black, 2));
         const double from = std::min(plot.xMin, f.alpha - 3 * f.beta);
         const double to = std::max(plot.xMax, f.alpha + 3 * f.beta);
@@ -167,8 +176,7 @@ QChart *psychometric(const StudyGroup &g, const QVector<RunRow> &rows)
         }
         plot.add(curve);
         auto *interval = new QLineSeries;
-        interval->setName(
-            QString("α 95 %: %1 to %2 dB").arg(fixed(f.alphaLow), fixed(f.alphaHigh)));
+        interval->setName("95 % interval of α");
         interval->setPen(QPen(wrongColour, 4));
         const double yAlpha = Psychometric::probabilityCorrect(f.alpha, f.alpha, f.beta, f.lapse);
         if (std::isfinite(f.alphaLow)) {
@@ -181,7 +189,7 @@ QChart *psychometric(const StudyGroup &g, const QVector<RunRow> &rows)
         plot.finish(f.fitted ? QString("Pooled trials: %1").arg(f.trials)
                              : QString("Pooled trials: %1, too few to fit").arg(f.trials),
                     "Level (dB)", "Proportion correct");
-    static_cast<QValueAxis *>(chart->axes(Qt::Vertical).first())->setRange(0.3, 1.02);
+    static_cast<QValueAxis *>(chart->axes(Qt::Vertical).first())->setRange(0.3, 1.0);
     return chart;
 }
 

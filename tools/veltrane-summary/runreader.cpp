@@ -110,15 +110,17 @@ void recompute(RunRow &row, int numberOfReversals, int reversalsToCalculate)
     row.reversals = params.reversalCount;
     row.complete = row.reversals >= numberOfReversals;
     row.threshold = row.reversals > 0 ? params.threshold * factor : notAvailable;
-    row.thresholdDb =
-        row.threshold > 0.0 ? 20.0 * std::log10(row.threshold / row.unitsPerFraction()) : notAvailable;
+    row.thresholdDb = row.threshold > 0.0
+                          ? 20.0 * std::log10(row.threshold / row.unitsPerFraction())
+                          : notAvailable;
     // The spread of the reversals the threshold averages, in dB: the same
     // whatever the unit, so it is known for every run.
     QVector<double> averagedDb;
     const int used = std::min(params.reversalsToCalculate, row.reversals);
     for (int i = row.reversals - used; i < row.reversals; ++i)
         averagedDb.append(20.0 * std::log10(params.reversalValues[i]));
-    row.reversalSdDb = averagedDb.size() >= 2 ? Statistics::standardDeviation(averagedDb) : notAvailable;
+    row.reversalSdDb =
+        averagedDb.size() >= 2 ? Statistics::standardDeviation(averagedDb) : notAvailable;
 
     QVector<double> times;
     int correct = 0;

@@ -3,13 +3,18 @@
 #include "statistics.h"
 
 #include <gsl/gsl_cdf.h>
+#include <gsl/gsl_errno.h>
 
 #include <QDateTime>
 #include <QMap>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 namespace
 {
@@ -31,6 +36,19 @@ QString conditionKey(const RunRow &r)
                        number(r.standardDepthPct),
                        number(r.durationMs)}
         .join('\x1f');
+}
+
+void fitOne(StudyGroup &group, const QVector<RunRow> &rows, const FitOptions &options,
+            std::uint64_t seed)
+{
+    QVector<double> levels;
+    QVector<bool> correct;
+    for (int i : group.used)
+        for (int t = 0; t < rows[i].trials.size(); ++t) {
+            levels.append(rows[i].levelDb(t));
+            correct.append(rows[i].trials[t].correct);
+        }
+    group.fit = PsychometricFit::fit(PsychometricFit::pool(levels, correct), options, seed);
 }
 
 QDateTime acquired(const RunRow &r)
@@ -93,16 +111,24 @@ void Study::fitAll(QVector<StudyGroup> &groups, const QVector<RunRow> &rows,
                    const FitOptions &options, std::uint64_t seed,
                    const std::function<void(int)> &progress)
 {
-    for (int g = 0; g < groups.size(); ++g) {
-        QVector<double> levels;
-        QVector<bool> correct;
-        for (int i : groups[g].used)
-            for (int t = 0; t < rows[i].trials.size(); ++t) {
-                levels.append(rows[i].levelDb(t));
-                correct.append(rows[i].trials[t].correct);
-            }
-        groups[g].fit = PsychometricFit::fit(PsychometricFit::pool(levels, correct), options,
-                                             seed + static_cast<std::uint64_t>(g));
-        progress(g + 1);
-    }
+    // Each group's bootstrap has its own seed, so the groups can be shared out
+    // between threads and still give the same results.
+    gsl_set_error_handler_off();            // a fit that fails is reported, never aborts
+    StudyGroup *const data = groups.data(); // detached once, before the threads share it
+    std::atomic<int> next{0};
+    std::mutex reporting;
+    int done = 0;
+    const auto work = [&] {
+        for (int g = next++; g < groups.size(); g = next++) {
+            fitOne(data[g], rows, options, seed + static_cast<std::uint64_t>(g));
+            const std::lock_guard<std::mutex> lock(reporting);
+            progress(++done);
+        }
+    };
+    std::vector<std::thread> threads(std::max(1U, std::thread::hardware_concurrency()) - 1);
+    for (std::thread &t : threads)
+        t = std::thread(work);
+    work();
+    for (std::thread &t : threads)
+        t.join();
 }
