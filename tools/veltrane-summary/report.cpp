@@ -72,6 +72,8 @@ struct Plot {
             axis->setTitleFont(font);
         }
         chart->legend()->setFont(font);
+        font.setPixelSize(14);
+        chart->setTitleFont(font);
         chart->addAxis(x, Qt::AlignBottom);
         chart->addAxis(y, Qt::AlignLeft);
         for (QAbstractSeries *s : chart->series()) {
@@ -185,10 +187,12 @@ QChart *psychometric(const StudyGroup &g, const QVector<RunRow> &rows)
         }
         plot.add(interval);
     }
-    QChart *chart =
-        plot.finish(f.fitted ? QString("Pooled trials: %1").arg(f.trials)
-                             : QString("Pooled trials: %1, too few to fit").arg(f.trials),
-                    "Level (dB)", "Proportion correct");
+    QChart *chart = plot.finish(
+        f.fitted ? QString("%1 pooled trials: α %2 dB (95 %: %3 to %4), β %5 dB")
+                       .arg(f.trials)
+                       .arg(fixed(f.alpha), fixed(f.alphaLow), fixed(f.alphaHigh), fixed(f.beta))
+                 : QString("%1 pooled trials, too few to fit").arg(f.trials),
+        "Level (dB)", "Proportion correct");
     static_cast<QValueAxis *>(chart->axes(Qt::Vertical).first())->setRange(0.3, 1.0);
     return chart;
 }
