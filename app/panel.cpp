@@ -123,10 +123,7 @@ void MainWindow::readPanel()
 
 void MainWindow::composeFileName()
 {
-    params.fileName = params.subjectCode + "_" + params.sessionTypes.value(params.sessionType) +
-                      QString("%1").arg(params.sessionNumber, 3, 10, QChar('0')) + "_" +
-                      params.soundTypes.value(params.soundType) + "_" +
-                      params.mainParameters.value(params.mainParameter) + ".txt";
+    params.fileName = params.composedFileName();
     lineEditFileName->setText(params.fileName);
 }
 

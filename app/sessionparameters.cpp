@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "sessionparameters.h"
 
+#include <QFileInfo>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 namespace
@@ -30,4 +32,29 @@ SessionParameters::SessionParameters()
       stepDirection(-1), reversalCount(0), stepSizes{2, 2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1},
       trials(), stimPosition(0), threshold(0.0), reactionTime(0.0), resetMdFd(true), saveData(false)
 {
+}
+
+QString SessionParameters::composedFileName() const
+{
+    return subjectCode + "_" + sessionTypes.value(sessionType) +
+           QString("%1").arg(sessionNumber, 3, 10, QChar('0')) + "_" + soundTypes.value(soundType) +
+           "_" + mainParameters.value(mainParameter) + ".txt";
+}
+
+bool SessionParameters::takeFileName(const QString &name)
+{
+    // Anchored at the end: a subject code may itself hold underscores.
+    const QString pattern =
+        QString("^(.*)_(%1)(\\d{3,})_(%2)_(%3)\\.txt$")
+            .arg(sessionTypes.join('|'), soundTypes.join('|'), mainParameters.join('|'));
+    const QRegularExpressionMatch match =
+        QRegularExpression(pattern).match(QFileInfo(name).fileName());
+    if (!match.hasMatch())
+        return false;
+    subjectCode = match.captured(1);
+    sessionType = sessionTypes.indexOf(match.captured(2));
+    sessionNumber = match.captured(3).toInt();
+    soundType = soundTypes.indexOf(match.captured(4));
+    mainParameter = mainParameters.indexOf(match.captured(5));
+    return true;
 }

@@ -15,6 +15,15 @@ class SessionParameters
 public:
     SessionParameters();
 
+    // The results file's name composed from the panel:
+    // <subject code>_<session type><session, at least 3 digits>_<sound type>_<main parameter>.txt
+    QString composedFileName() const;
+
+    // Takes the subject code, session type and number, sound type and main
+    // parameter back from a name in that pattern (with or without a folder).
+    // False, and nothing changed, when the name does not follow it.
+    bool takeFileName(const QString &name);
+
     int trialCount;
     double samplingRate;
     QVector<double> duration;

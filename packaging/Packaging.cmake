@@ -11,6 +11,9 @@ install(TARGETS veltrane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET simulate-listener)
   install(TARGETS simulate-listener RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+if(TARGET veltrane-summary)
+  install(TARGETS veltrane-summary RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 # The menu entry and its icon, under the names the freedesktop menu and icon
 # theme look up (the entry's Icon= key is the icon's base name). The PNGs are

@@ -30,6 +30,25 @@ QString trialLine(const TrialRecord &record, int mainParameter, double standardC
 void write(QTextStream &out, const QVector<TrialRecord> &trials, int mainParameter,
            double standardCarrierFrequency);
 
+// A results file read back.
+struct Table {
+    // 0 or 1 from the header line; -1 when the first line is no results header
+    // (the file is something else and nothing more was read).
+    int mainParameter = -1;
+    // One record per trial line; the tracked value in the file's display units
+    // (Hz or %), as written, not converted to stored units.
+    QVector<TrialRecord> trials;
+    QString error;     // why the file cannot be used; empty when it was read whole
+    int errorLine = 0; // the line of that fault, counted from 1; 0 for the file as a whole
+};
+
+// Reads a results file: the header, then each trial line with five columns,
+// positions 2 or 3, a correctness of 1 or 0 that agrees with them, and
+// numbers that are finite. CR LF and LF line ends are both accepted. The
+// first faulty line ends the reading with its reason; a file with a header
+// and no trial line is a fault too.
+Table read(const QString &path);
+
 // What became of a table saved to a file.
 enum class SaveOutcome {
     Saved,               // every line is in the file

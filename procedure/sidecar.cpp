@@ -10,10 +10,36 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 namespace
 {
+
+// Keys and labels written and read back, named once for both.
+namespace key
+{
+const char *const settings = "Settings";
+const char *const result = "Result";
+const char *const playback = "Playback";
+const char *const acquired = "AcquisitionDateTime";
+const char *const faultyIntervals = "FaultyIntervals";
+const char *const threshold = "Threshold";
+const char *const standard = "Standard";
+const char *const deviant = "Deviant";
+const char *const sessionType = "Session type";
+const char *const soundType = "Sound type";
+const char *const mainParameter = "Main parameter";
+const char *const carrierFrequency = "Carrier frequency (Hz)";
+const char *const modulationFrequency = "Modulation frequency (Hz)";
+const char *const modulationDepth = "Modulation depth (%)";
+const char *const frequencyDifference = "Frequency difference (Hz)";
+const char *const duration = "Duration (ms)";
+const char *const numberOfReversals = "Number of reversals";
+const char *const reversalsToCalculate = "Reversals to calculate";
+const char *const subjectCode = "Subject code";
+const char *const session = "Session";
+} // namespace key
 
 QJsonObject column(const QString &description, const QString &units = QString())
 {
@@ -51,7 +77,7 @@ QJsonObject columns(const SessionParameters &p)
 
 QJsonObject pair(double standard, double deviant)
 {
-    return {{"Standard", standard}, {"Deviant", deviant}};
+    return {{key::standard, standard}, {key::deviant, deviant}};
 }
 
 // The panel as the run started, by row label and in the panel's units.
@@ -59,21 +85,21 @@ QJsonObject settings(const SessionParameters &p)
 {
     const double carrier = p.carrierFrequency[0];
     return {
-        {"Session type", p.sessionTypes.value(p.sessionType)},
-        {"Sound type", p.soundTypes.value(p.soundType)},
-        {"Main parameter", p.mainParameters.value(p.mainParameter)},
-        {"Carrier frequency (Hz)", pair(p.carrierFrequency[0], p.carrierFrequency[1])},
-        {"Modulation frequency (Hz)", pair(p.modulationFrequency[0], p.modulationFrequency[1])},
-        {"Modulation depth (%)", pair(100 * p.modulationDepth[0], 100 * p.modulationDepth[1])},
-        {"Frequency difference (Hz)",
+        {key::sessionType, p.sessionTypes.value(p.sessionType)},
+        {key::soundType, p.soundTypes.value(p.soundType)},
+        {key::mainParameter, p.mainParameters.value(p.mainParameter)},
+        {key::carrierFrequency, pair(p.carrierFrequency[0], p.carrierFrequency[1])},
+        {key::modulationFrequency, pair(p.modulationFrequency[0], p.modulationFrequency[1])},
+        {key::modulationDepth, pair(100 * p.modulationDepth[0], 100 * p.modulationDepth[1])},
+        {key::frequencyDifference,
          pair(carrier * p.frequencyDifference[0], carrier * p.frequencyDifference[1])},
-        {"Duration (ms)", pair(1000 * p.duration[0], 1000 * p.duration[1])},
-        {"Number of reversals", p.numberOfReversals},
-        {"Reversals to calculate", p.reversalsToCalculate},
+        {key::duration, pair(1000 * p.duration[0], 1000 * p.duration[1])},
+        {key::numberOfReversals, p.numberOfReversals},
+        {key::reversalsToCalculate, p.reversalsToCalculate},
         {"Silent interval (ms)", 1000 * p.silentInterval},
         {"Sampling rate", p.samplingRate},
-        {"Subject code", p.subjectCode},
-        {"Session", p.sessionNumber},
+        {key::subjectCode, p.subjectCode},
+        {key::session, p.sessionNumber},
         {"Filepath", p.filePath},
         {"Filename", p.fileName},
         {"Save data to file", p.saveData},
@@ -99,7 +125,7 @@ QJsonObject result(const SessionParameters &p)
         reversals.append(factor * p.reversalValues[i]);
     // A run without an answer has no threshold and no reaction time.
     const bool answered = !p.trials.isEmpty();
-    return {{"Threshold", answered ? QJsonValue(factor * p.threshold) : QJsonValue()},
+    return {{key::threshold, answered ? QJsonValue(factor * p.threshold) : QJsonValue()},
             {"ThresholdUnits", units},
             {"ReversalValues", reversals},
             {"MeanReactionTime", answered ? QJsonValue(p.reactionTime) : QJsonValue()},
@@ -121,10 +147,78 @@ QJsonObject playback(const RunFacts &facts)
             {"SampleRate", facts.sampleRate},
             {"Channels", facts.channels},
             {"SampleType", facts.sampleType},
-            {"FaultyIntervals", intervals}};
+            {key::faultyIntervals, intervals}};
+}
+
+// The readers of one setting: each returns false when it is missing or of the
+// wrong kind, and names it in `missing`.
+bool text(const QJsonObject &settings, const QString &label, QString &value, QString &missing)
+{
+    const QJsonValue v = settings.value(label);
+    value = v.toString();
+    if (!v.isString())
+        missing = label;
+    return v.isString();
+}
+
+bool number(const QJsonObject &object, const QString &label, double &value, QString &missing)
+{
+    const QJsonValue v = object.value(label);
+    value = v.toDouble();
+    if (!v.isDouble())
+        missing = label;
+    return v.isDouble();
+}
+
+bool standardValue(const QJsonObject &settings, const QString &label, double &value,
+                   QString &missing)
+{
+    if (number(settings.value(label).toObject(), key::standard, value, missing))
+        return true;
+    missing = label + "/" + key::standard;
+    return false;
+}
+
+bool whole(const QJsonObject &settings, const QString &label, int &value, QString &missing)
+{
+    const QJsonValue v = settings.value(label);
+    const double number = v.toDouble();
+    value = static_cast<int>(number);
+    if (v.isDouble() && number == std::floor(number) && std::abs(number) < 1e9)
+        return true;
+    missing = label;
+    return false;
 }
 
 } // namespace
+
+QString Sidecar::read(const QJsonObject &content, SidecarRecord &record)
+{
+    const QJsonObject s = content.value(key::settings).toObject();
+    if (s.isEmpty())
+        return QString("no %1").arg(key::settings);
+    QString missing;
+    const bool settingsRead =
+        text(s, key::subjectCode, record.subjectCode, missing) &&
+        text(s, key::sessionType, record.sessionType, missing) &&
+        whole(s, key::session, record.session, missing) &&
+        text(s, key::soundType, record.soundType, missing) &&
+        text(s, key::mainParameter, record.mainParameter, missing) &&
+        standardValue(s, key::carrierFrequency, record.carrierFrequency, missing) &&
+        standardValue(s, key::modulationFrequency, record.modulationFrequency, missing) &&
+        standardValue(s, key::modulationDepth, record.modulationDepth, missing) &&
+        standardValue(s, key::duration, record.duration, missing) &&
+        whole(s, key::numberOfReversals, record.numberOfReversals, missing) &&
+        whole(s, key::reversalsToCalculate, record.reversalsToCalculate, missing);
+    if (!settingsRead)
+        return QString("no %1 in %2").arg(missing, key::settings);
+    if (!number(content.value(key::result).toObject(), key::threshold, record.threshold, missing))
+        return QString("no %1 in %2").arg(missing, key::result);
+    record.acquired = content.value(key::acquired).toString();
+    record.faultyIntervals =
+        content.value(key::playback).toObject().value(key::faultyIntervals).toArray().size();
+    return QString();
+}
 
 QString Sidecar::path(const QString &resultsPath)
 {
@@ -151,13 +245,13 @@ QJsonObject Sidecar::content(const SessionParameters &atStart, const SessionPara
     QJsonObject object = columns(atEnd);
     object.insert("Software", QJsonObject{{"Name", "Veltrane"}, {"Version", VELTRANE_VERSION}});
     const QString started = isoDateTime(facts.started);
-    object.insert("AcquisitionDateTime", started.isEmpty() ? QJsonValue() : QJsonValue(started));
+    object.insert(key::acquired, started.isEmpty() ? QJsonValue() : QJsonValue(started));
     // A 64-bit seed as text: a JSON number is read as a double, which keeps
     // only 53 bits.
     object.insert("RandomSeed", QString::number(facts.randomSeed));
-    object.insert("Settings", settings(atStart));
-    object.insert("Result", result(atEnd));
-    object.insert("Playback", playback(facts));
+    object.insert(key::settings, settings(atStart));
+    object.insert(key::result, result(atEnd));
+    object.insert(key::playback, playback(facts));
     return object;
 }
 

@@ -29,6 +29,26 @@ struct RunFacts {
     QVector<FaultyInterval> faultyIntervals;
 };
 
+// What a sidecar read back tells about its run: the panel's settings an
+// analysis needs, in the panel's units (the standard's values of the paired
+// rows), when the run started, its threshold and how many sounds did not play.
+struct SidecarRecord {
+    QString subjectCode;
+    QString sessionType;
+    int session = 0;
+    QString soundType;
+    QString mainParameter;
+    double carrierFrequency = 0.0;    // Hz
+    double modulationFrequency = 0.0; // Hz
+    double modulationDepth = 0.0;     // %
+    double duration = 0.0;            // ms
+    int numberOfReversals = 0;
+    int reversalsToCalculate = 0;
+    QString acquired;       // as written; empty when the run never started
+    double threshold = 0.0; // in the unit shown to the participant (Hz or %)
+    int faultyIntervals = 0;
+};
+
 // The JSON file written beside the results file: a description of each of
 // its columns, the program and its version, when the run started, the random
 // seed, the panel's settings at the start of the run, the run's result and
@@ -50,6 +70,12 @@ QString isoDateTime(const QDateTime &time);
 // ended (trials, reversals, threshold, mean reaction time).
 QJsonObject content(const SessionParameters &atStart, const SessionParameters &atEnd,
                     const RunFacts &facts);
+
+// Reads back what an analysis needs. Fields it does not need (the column
+// descriptions, the output device, the audio format) may be missing, as in
+// sidecars of earlier versions; a missing list of faulty intervals counts as
+// none. Returns an empty string, or what is missing or of the wrong kind.
+QString read(const QJsonObject &content, SidecarRecord &record);
 
 // Writes the content pretty-printed in UTF-8, replacing an existing file.
 // False when the file could not be opened or written whole.

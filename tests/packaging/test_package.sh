@@ -59,7 +59,8 @@ expected=(
     usr/share/icons/hicolor/48x48/apps/veltrane.png
     usr/share/icons/hicolor/scalable/apps/veltrane.svg
 )
-[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener usr/share/man/man1/simulate-listener.1.gz)
+[ "$with_tool" = 1 ] && expected+=(usr/bin/simulate-listener usr/share/man/man1/simulate-listener.1.gz
+    usr/bin/veltrane-summary usr/share/man/man1/veltrane-summary.1.gz)
 if ! diff -u <(printf '%s\n' "${expected[@]}" | sort) \
     <(cd "$root" && find . ! -type d | sed 's|^\./||' | sort) >"$work/files.diff"; then
     cat "$work/files.diff" >&2

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "listener.h"
 
+#include "psychometric.h"
+
 #include <cmath>
-#include <limits>
 
 namespace
 {
-constexpr double guessRate = 0.5;
-
 double decibels(double x)
 {
     return 20.0 * std::log10(x);
@@ -41,18 +40,14 @@ double Listener::probabilityCorrect(double x) const
     const double level = decibels(x);
     if (listenerKind == Kind::Step)
         return level > alphaDb ? 1.0 : 0.0;
-    const double f = 1.0 / (1.0 + std::exp(-(level - alphaDb) / betaDb));
-    return guessRate + (1.0 - guessRate - lapseRate) * f;
+    return Psychometric::probabilityCorrect(level, alphaDb, betaDb, lapseRate);
 }
 
 double Listener::levelDbAt(double p) const
 {
     if (listenerKind == Kind::Step)
         return alphaDb;
-    const double f = (p - guessRate) / (1.0 - guessRate - lapseRate);
-    if (!(f > 0.0 && f < 1.0))
-        return std::numeric_limits<double>::quiet_NaN();
-    return alphaDb + betaDb * std::log(f / (1.0 - f));
+    return Psychometric::levelDbAt(p, alphaDb, betaDb, lapseRate);
 }
 
 int Listener::respond(double x, int stimPosition, std::mt19937_64 &generator) const

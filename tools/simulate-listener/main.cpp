@@ -2,6 +2,7 @@
 #include "listener.h"
 #include "plot.h"
 #include "report.h"
+#include "runfiles.h"
 #include "simulation.h"
 #include "simulationsummary.h"
 
@@ -116,6 +117,14 @@ int main(int argc, char **argv)
          "Also draw the threshold histogram and the first run's track into this PNG "
          "file.",
          "file"},
+        {"save-runs",
+         "Also save each run as a results file and sidecar into this folder, named as "
+         "the program names them.",
+         "dir"},
+        {"runs-per-subject",
+         "Runs per simulated participant (SIM001, SIM002, ...) in --save-runs. Default: "
+         "all runs.",
+         "N"},
     });
     parser.process(application);
     if (!parser.positionalArguments().isEmpty())
@@ -137,6 +146,8 @@ int main(int argc, char **argv)
     settings.start.reversalsToCalculate =
         std::min(integer(parser, "calculate", 1), settings.start.numberOfReversals);
     settings.runs = integer(parser, "runs", 1);
+    const int runsPerSubject =
+        parser.isSet("runs-per-subject") ? integer(parser, "runs-per-subject", 1) : settings.runs;
     settings.maxTrials = integer(parser, "max-trials", 1);
     if (parser.isSet("seed")) {
         bool ok = false;
@@ -177,6 +188,16 @@ int main(int argc, char **argv)
         !Plot::writePng(parser.value("plot"), settings.start, listener, outcomes, summary)) {
         QTextStream(stderr) << "simulate-listener: cannot write " << parser.value("plot") << '\n';
         status = 1;
+    }
+    if (parser.isSet("save-runs")) {
+        for (int i = 0; i < outcomes.size(); ++i) {
+            const QString failed = RunFiles::save(parser.value("save-runs"), settings.start,
+                                                  outcomes[i], i, runsPerSubject, settings.seed);
+            if (!failed.isEmpty()) {
+                QTextStream(stderr) << "simulate-listener: cannot write " << failed << '\n';
+                return 1;
+            }
+        }
     }
     return status;
 }

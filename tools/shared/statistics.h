@@ -3,7 +3,7 @@
 
 #include <QVector>
 
-// Descriptive statistics of a sample of run results.
+// Descriptive statistics of a sample of run results, shared by the tools.
 namespace Statistics
 {
 

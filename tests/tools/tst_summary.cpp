@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/sessionparameters.h"
+#include "procedure/resultsfile.h"
+#include "procedure/sidecar.h"
+#include "procedure/staircase.h"
+
+#include <QtTest>
+
+#include <cmath>
+
+namespace
+{
+struct Outcome {
+    int status;
+    QStringList messages; // the tool's own stderr lines
+};
+
+Outcome runTool(const QString &program, const QStringList &arguments)
+{
+    QProcess tool;
+    tool.start(program, arguments);
+    if (!tool.waitForFinished(120000))
+        return {-1, {}};
+    QStringList messages;
+    for (const QString &line : QString(tool.readAllStandardError()).split('\n'))
+        if (line.startsWith(QFileInfo(program).fileName() + ":"))
+            messages.append(line);
+    return {tool.exitCode(), messages};
+}
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return file.readAll();
+}
+
+// A tab-separated table as rows of named cells, keyed by the first column's
+// file name (runs.tsv) or by subject (summary.tsv).
+QMap<QString, QMap<QString, QString>> table(const QString &path, const QString &key)
+{
+    QStringList lines = QString(contents(path)).split('\n', Qt::SkipEmptyParts);
+    const QStringList names = lines.takeFirst().split('\t');
+    QMap<QString, QMap<QString, QString>> rows;
+    for (const QString &line : lines) {
+        QMap<QString, QString> row;
+        const QStringList cells = line.split('\t');
+        for (int i = 0; i < names.size(); ++i)
+            row[names[i]] = cells.value(i);
+        rows[QFileInfo(row[key]).fileName()] = row;
+    }
+    return rows;
+}
+
+// A modulation-depth run of the program's staircase answered by a listener
+// that is right exactly above 10 %, saved with the core's writers.
+QString saveRun(const QDir &dir, const QString &subject, int sessionType, int session,
+                bool withSidecar, int maxTrials = 1000, QVector<FaultyInterval> faulty = {})
+{
+    SessionParameters p;
+    p.subjectCode = subject;
+    p.sessionType = sessionType;
+    p.sessionNumber = session;
+    p.mainParameter = p.soundType = 1;
+    Staircase::resetStartValues(p);
+    p.fileName = p.composedFileName();
+    const SessionParameters start = p;
+    while (p.trials.size() < maxTrials) {
+        TrialRecord r;
+        r.value = Staircase::trackedValue(p);
+        r.stimPosition = 2 + p.trials.size() % 2;
+        r.correct = r.value > 0.1;
+        r.responsePosition = r.correct ? r.stimPosition : 5 - r.stimPosition;
+        r.reactionTime = 400 + 10 * p.trials.size();
+        p.trials.append(r);
+        if (Staircase::applyReversalRule(p))
+            break;
+        Staircase::applyStep(p);
+    }
+    Staircase::computeResults(p);
+    const QString name = dir.filePath(p.fileName);
+    ResultsFile::save(name, p.trials, 1, 1000.0);
+    RunFacts facts;
+    facts.started = QDateTime(QDate(2024, 3, 1), QTime(9, session), Qt::UTC);
+    facts.faultyIntervals = faulty;
+    if (withSidecar)
+        Sidecar::save(Sidecar::path(name), Sidecar::content(start, p, facts));
+    return name;
+}
+
+void rewrite(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    file.write(bytes);
+}
+} // namespace
+
+class TestSummary : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // A study folder with one run of each kind a lab meets.
+    void mixedFolder()
+    {
+        QTemporaryDir temp;
+        const QDir data(temp.filePath("data"));
+        const QString good = saveRun(data, "S01", 1, 1, true);
+        saveRun(data, "S01", 0, 2, true);               // practice
+        saveRun(data, "S01", 1, 3, true, 10, {{2, 3}}); // stopped early, a sound lost
+        const QString changed = saveRun(data, "S01", 1, 4, true);
+        QByteArray sidecar = contents(Sidecar::path(changed));
+        rewrite(Sidecar::path(changed), sidecar.replace("\"Threshold\": ", "\"Threshold\": 1"));
+        const QString alone = saveRun(data, "S02", 1, 1, false);
+        const QString cut = saveRun(data, "S01", 1, 5, true);
+        const QByteArray whole = contents(cut);
+        rewrite(cut, whole.left(whole.size() - 6)); // the last line loses its reaction time
+        const int cutLine = whole.count('\n');
+        const QString broken = Sidecar::path(saveRun(data, "S01", 1, 6, true));
+        rewrite(broken, contents(broken).left(200));
+        rewrite(data.filePath("notes.txt"), "S01 was tired today\n");
+
+        // The expected threshold: the mean of the last 8 values at which
+        // the answer changed from the one before, in %.
+        QVector<double> values, reversals;
+        QVector<bool> right;
+        int chose2 = 0;
+        for (const QString &line : QString(contents(good)).split("\r\n").mid(1, -1))
+            if (!line.isEmpty()) {
+                values.append(line.section('\t', 0, 0).toDouble());
+                right.append(line.section('\t', 3, 3) == "1");
+                chose2 += line.section('\t', 2, 2) == "2";
+            }
+        for (int i = 1; i < values.size(); ++i)
+            if (right[i] != right[i - 1])
+                reversals.append(values[i]);
+        QCOMPARE(reversals.size(), 14);
+        const double threshold = std::accumulate(reversals.end() - 8, reversals.end(), 0.0) / 8;
+
+        const QString out = temp.filePath("out");
+        const Outcome first =
+            runTool(VELTRANE_SUMMARY_PATH, {"--out", out, "--bootstrap", "0", data.path()});
+        QCOMPARE(first.status, 1);
+        QCOMPARE(first.messages.size(), 2);
+        QVERIFY2(
+            first.messages.contains(
+                QString("veltrane-summary: %1:%2: 4 columns instead of 5").arg(cut).arg(cutLine)),
+            qPrintable(first.messages.join('\n')));
+        QVERIFY2(first.messages
+                         .filter(QRegularExpression(
+                             "^veltrane-summary: " + QRegularExpression::escape(broken) +
+                             ":\\d+: not valid JSON"))
+                         .size() == 1,
+                 qPrintable(first.messages.join('\n')));
+
+        auto runs = table(out + "/runs.tsv", "file");
+        QCOMPARE(runs.size(), 5);
+        const auto &g = runs[QFileInfo(good).fileName()];
+        QCOMPARE(g["included"], QString("1"));
+        QCOMPARE(g["trials"].toInt(), values.size());
+        QCOMPARE(g["reversals"], QString("14"));
+        QVERIFY(qAbs(g["threshold"].toDouble() - threshold) < 1e-5);
+        QVERIFY(qAbs(g["threshold_db"].toDouble() - 20 * std::log10(threshold / 100)) < 1e-5);
+        QVERIFY(qAbs(g["percent_correct"].toDouble() -
+                     100.0 * std::count(right.begin(), right.end(), true) / right.size()) < 1e-5);
+        QVERIFY(qAbs(g["chose_2_pct"].toDouble() - 100.0 * chose2 / values.size()) < 1e-5);
+        QVERIFY(qAbs(g["mean_rt_ms"].toDouble() - (400 + 5.0 * (values.size() - 1))) < 1e-5);
+        QCOMPARE(g["acquired"], QString("2024-03-01T09:01:00+00:00"));
+        QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["excluded_because"],
+                 QString("practice"));
+        const auto &faulty = runs["S01_test003_noise_modulation depth.txt"];
+        QCOMPARE(faulty["excluded_because"], QString("incomplete,faulty"));
+        QCOMPARE(faulty["complete"] + faulty["faulty_intervals"], QString("01"));
+        QCOMPARE(runs[QFileInfo(changed).fileName()]["excluded_because"],
+                 QString("threshold mismatch"));
+        const auto &lone = runs[QFileInfo(alone).fileName()];
+        QCOMPARE(lone["subject"] + lone["session_type"] + lone["sidecar"] + lone["included"],
+                 QString("S02test01"));
+        QCOMPARE(lone["carrier_hz"] + lone["acquired"], QString());
+
+        auto summary = table(out + "/summary.tsv", "subject");
+        QCOMPARE(summary.size(), 2);
+        QCOMPARE(summary["S01"]["runs"], QString("1"));
+        QCOMPARE(summary["S01"]["mean_threshold_db"], g["threshold_db"]);
+        QCOMPARE(summary["S01"]["sd_db"] + summary["S01"]["alpha_db"],
+                 QString()); // too few for either
+        QCOMPARE(summary["S01"]["fit_trials"].toInt(), values.size());
+        QCOMPARE(summary["S02"]["carrier_hz"], QString());
+        QVERIFY(QFileInfo(out + "/report.pdf").size() > 1000);
+        QVERIFY(QJsonDocument::fromJson(
+                    contents(out + "/summary.json"))["runs.tsv"]["threshold_db"]["Units"] == "dB");
+
+        // The reasons a user may take away, an explicit file, and the refusals.
+        QCOMPARE(
+            runTool(VELTRANE_SUMMARY_PATH, {"--out", out, "--bootstrap", "0", "--include-practice",
+                                            "--include-faulty", data.path()})
+                .status,
+            1);
+        runs = table(out + "/runs.tsv", "file");
+        QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["included"], QString("1"));
+        QCOMPARE(runs["S01_test003_noise_modulation depth.txt"]["excluded_because"],
+                 QString("incomplete"));
+        QCOMPARE(table(out + "/summary.tsv", "subject")["S01"]["runs"], QString("2"));
+        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, {"--out", out, good}).status, 0);
+        QDir(temp.path()).mkdir("empty");
+        for (const QStringList &arguments :
+             {QStringList{"--out", out, temp.filePath("empty")},
+              QStringList{"--bootstrap", "x", data.path()},
+              QStringList{"--out", data.filePath("out"), data.path()}})
+            QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, arguments).status, 2);
+        QVERIFY(!data.exists("out"));
+    }
+
+    // 200 runs of a listener with known alpha, beta and lapse, saved by the
+    // simulator as the program saves them: the bootstrap intervals, narrower
+    // than 1 dB with this many trials, hold the true values.
+    void fitRecoversListener()
+    {
+        QTemporaryDir temp;
+        QCOMPARE(runTool(SIMULATE_LISTENER_PATH,
+                         {"--runs", "200", "--alpha", "-20", "--beta", "2", "--lapse", "0.02",
+                          "--seed", "11", "--save-runs", temp.filePath("runs")})
+                     .status,
+                 0);
+        const QString out = temp.filePath("out");
+        QCOMPARE(
+            runTool(VELTRANE_SUMMARY_PATH, {"--seed", "2", "--out", out, temp.filePath("runs")})
+                .status,
+            0);
+        const auto row = table(out + "/summary.tsv", "subject")["SIM001"];
+        QCOMPARE(row["runs"], QString("200"));
+        QCOMPARE(row["bootstrap_failed"], QString("0"));
+        // Each estimate inside its interval, the true value too, and intervals
+        // narrow enough for that to mean something.
+        for (const auto &[name, truth] : {std::pair{"alpha_db", -20.0}, {"beta_db", 2.0}}) {
+            const double low = row[name + QString("_ci95_low")].toDouble();
+            const double high = row[name + QString("_ci95_high")].toDouble();
+            const double estimate = row[name].toDouble();
+            QVERIFY2(
+                low < truth && truth < high && high - low < 1 && low < estimate && estimate < high,
+                qPrintable(QString("%1 %2 (%3 to %4)").arg(name).arg(estimate).arg(low).arg(high)));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSummary)
+#include "tst_summary.moc"

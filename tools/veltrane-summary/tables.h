@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "runrow.h"
+#include "studygroup.h"
+
+#include <QJsonObject>
+#include <QString>
+#include <QVector>
+
+// The tab-separated tables and the description of their columns. Numbers are
+// written with 8 significant digits, unavailable values as empty cells.
+namespace Tables
+{
+
+QString runs(const QVector<RunRow> &rows);
+QString summary(const QVector<StudyGroup> &groups, const QVector<RunRow> &rows);
+
+// What each column of both tables means and its unit, beside `about` (the
+// software, the options and the seed the tables were made with).
+QJsonObject description(const QJsonObject &about);
+
+} // namespace Tables
