@@ -271,7 +271,11 @@ public:
 
     // 14. The current run, for its sidecar (procedure/mainwindow_results.cpp):
     // the record as the run started, when it started and through what, and
-    // the intervals whose sound did not play.
+    // the intervals whose sound did not play; the number of the run (runs
+    // started so far) and the run of the interval now sounding, so that a
+    // sound of an abandoned run never counts for the next one.
     SessionParameters runSettings;
     RunFacts runFacts;
+    int runNumber;
+    int intervalRun;
 };

@@ -62,6 +62,7 @@ void MainWindow::saveResults()
 
 void MainWindow::noteRunStart()
 {
+    ++runNumber;
     runSettings = params;
     runFacts = RunFacts();
     runFacts.started = QDateTime::currentDateTime();
@@ -69,9 +70,6 @@ void MainWindow::noteRunStart()
     const QAudioDeviceInfo device = QAudioDeviceInfo::defaultOutputDevice();
     if (!device.isNull())
         runFacts.outputDevice = device.deviceName();
-    // Sounds of an abandoned run that are still playing count for no run.
-    for (SoundingInterval &interval : overtakenIntervals)
-        interval.trial = 0;
 }
 
 void MainWindow::warnFaultyRun()

@@ -49,6 +49,13 @@ bool stillActive(const QAudioOutput *output)
 {
     return output && output->state() == QAudio::ActiveState;
 }
+
+// An output that is idle has played its sound to the end, even when its report
+// of that is still to come (a sink waking from suspend, a long latency).
+bool idle(const QAudioOutput *output)
+{
+    return output && output->state() == QAudio::IdleState;
+}
 } // namespace
 
 void MainWindow::playOneSound()
@@ -89,6 +96,7 @@ void MainWindow::playOneSound()
     intervalLimit = QDeadlineTimer(soundMs + activeLimitMs, Qt::PreciseTimer);
     intervalTimer->start(soundMs + fallbackMarginMs);
     audioOutput->start(audioBuffer);
+    intervalRun = runNumber;
     ++sequenceIndex;
     emit soundPlaying(sequenceIndex);
 }
@@ -126,8 +134,10 @@ void MainWindow::checkInterval()
             qMin<qint64>(recheckMs, qMax<qint64>(1, intervalLimit.remainingTime()))));
         return;
     }
-    // The output stopped with an error or never reported the end of its sound.
-    runFacts.faultyIntervals.append({params.trialCount, sequenceIndex});
+    // The output stopped with an error or never reported the end of its
+    // sound. While its run lasts, the run's counters number it.
+    if (!idle(audioOutput) && intervalRun == runNumber)
+        runFacts.faultyIntervals.append({params.trialCount, sequenceIndex});
     finishInterval();
 }
 
@@ -137,7 +147,7 @@ void MainWindow::finishInterval()
         intervalTimer->stop();
     // The members are cleared before the release, so that a notification sent
     // while the output stops finds no interval sounding.
-    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0};
+    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0, 0};
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;
@@ -161,7 +171,7 @@ void MainWindow::endTrial()
 void MainWindow::overtakeInterval()
 {
     overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, intervalDeadline,
-                               intervalLimit, params.trialCount, sequenceIndex});
+                               intervalLimit, intervalRun, params.trialCount, sequenceIndex});
     if (intervalTimer)
         intervalTimer->stop();
     audioOutput = nullptr;
@@ -195,7 +205,7 @@ void MainWindow::releaseExpiredIntervals()
         if (interval.deadline.hasExpired() &&
             (!stillActive(interval.output) || interval.limit.hasExpired())) {
             // One that had reported the end of its sound would be gone already.
-            if (interval.trial > 0)
+            if (!idle(interval.output) && interval.run == runNumber)
                 runFacts.faultyIntervals.append({interval.trial, interval.sound});
             releaseInterval(overtakenIntervals.takeAt(i));
         }
@@ -204,17 +214,17 @@ void MainWindow::releaseExpiredIntervals()
 
 void MainWindow::settleOvertakenIntervals()
 {
-    // The run has ended. An overtaken output that stopped with an error will
-    // never report the end of its sound, so it counts now; any other still
-    // plays, or fails too late to count for this run.
+    // The run has ended: its last trial was answered. An overtaken sound of
+    // the run whose output is not idle by now (stopped, with an error or not,
+    // or still claiming to play) was not heard in its place, so it counts;
+    // either way it is done with. Sounds of an abandoned run count for none.
     for (int i = overtakenIntervals.size() - 1; i >= 0; --i) {
-        SoundingInterval &interval = overtakenIntervals[i];
-        if (interval.trial > 0 && interval.output && interval.output->error() != QAudio::NoError) {
+        const SoundingInterval &interval = overtakenIntervals[i];
+        if (interval.run != runNumber)
+            continue;
+        if (!idle(interval.output))
             runFacts.faultyIntervals.append({interval.trial, interval.sound});
-            releaseInterval(overtakenIntervals.takeAt(i));
-        } else {
-            interval.trial = 0;
-        }
+        releaseInterval(overtakenIntervals.takeAt(i));
     }
 }
 
@@ -228,7 +238,7 @@ void MainWindow::releasePlayback()
     if (intervalTimer)
         intervalTimer->stop();
     if (audioOutput || audioBuffer || audioBytes)
-        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0});
+        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0, 0});
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;

@@ -157,6 +157,39 @@ private slots:
                  qPrintable(boxes[0].text));
     }
 
+    // Outputs cut off from the window, so that their reports never come, and
+    // stopped (s) or left to play (p). A sound of a run abandoned mid-trial
+    // (trial 1, sound 2 s) does not enter the run started next; in that run,
+    // an output already idle when a tick (1.1 p, overtaken) or the fallback
+    // check (1.4 p) looks at it ended normally, and an overtaken sound of the
+    // last trial that stopped without a report (2.3 s) is listed.
+    void judgedByRunAndState()
+    {
+        MainWindow w;
+        RunHarness harness(w, 0.45, 10); // correct at 50 %, wrong at 40 %: two trials
+        const QMap<int, bool> cutOff{{12, true}, {21, false}, {24, false}, {33, true}};
+        connect(&w, &MainWindow::soundPlaying, this, [&](int index) {
+            const int at = 10 * harness.trials.size() + index;
+            if (QAudioOutput *output = cutOff.contains(at) ? w.audioOutput : nullptr) {
+                disconnect(output, nullptr, &w, nullptr);
+                if (cutOff[at])
+                    output->stop();
+            }
+        });
+        harness.begin({50, 1000, 1, 1, QString()});
+        harness.pressReady();
+        QVERIFY(RunHarness::waitUntil([&] { return harness.intervals.size() == 2; }, 5000));
+        QVERIFY(RunHarness::closeParticipantWindow(w));
+        harness.begin({50, 100, 1, 1, QString()});
+        ModalCatcher catcher;
+        catcher.arm();
+        QVERIFY(harness.run(10000));
+        QCOMPARE(catcher.boxes.value(0).text.left(17), QString("1 of the 8 sounds"));
+        QCOMPARE(w.runFacts.faultyIntervals.size(), 1);
+        QVERIFY(w.runFacts.faultyIntervals[0].trial == 2 &&
+                w.runFacts.faultyIntervals[0].sound == 3);
+    }
+
     // The experimenter window closed while sounds play, one of them maybe
     // overtaken by the next, at any moment of their sound: every output is
     // released without the audio library aborting the program.
