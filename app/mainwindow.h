@@ -71,6 +71,7 @@ public:
 
     // Panel (app/panel.cpp).
     void readPanel();
+    void buildSounds(); // both sounds from the record, and their charts
     void composeFileName();
     void setPanelAccessibleNames();
 
@@ -89,6 +90,7 @@ public:
     // Results file and its sidecar (procedure/mainwindow_results.cpp).
     void saveResults();
     void noteRunStart();
+    void noteOutputDevice(const QString &device);
     void warnFaultyRun();
     void saveSidecar(const QString &resultsPath);
 

@@ -3,7 +3,6 @@
 #include "resultsfile.h"
 #include "sidecar.h"
 
-#include <QAudioDeviceInfo>
 #include <QFile>
 #include <QFileDialog>
 #include <QMessageBox>
@@ -67,9 +66,13 @@ void MainWindow::noteRunStart()
     runFacts = RunFacts();
     runFacts.started = QDateTime::currentDateTime();
     runFacts.randomSeed = RandomSource::lastSeed();
-    const QAudioDeviceInfo device = QAudioDeviceInfo::defaultOutputDevice();
-    if (!device.isNull())
-        runFacts.outputDevice = device.deviceName();
+}
+
+void MainWindow::noteOutputDevice(const QString &device)
+{
+    const QVector<OutputDevice> &devices = runFacts.outputDevices;
+    if (!device.isEmpty() && (devices.isEmpty() || devices.constLast().device != device))
+        runFacts.outputDevices.append({device, params.trialCount});
 }
 
 void MainWindow::warnFaultyRun()

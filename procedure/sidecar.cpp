@@ -115,8 +115,10 @@ QJsonObject playback(const RunFacts &facts)
     QJsonArray intervals;
     for (const FaultyInterval &f : faulty)
         intervals.append(QJsonObject{{"Trial", f.trial}, {"Sound", f.sound}});
-    return {{"OutputDevice",
-             facts.outputDevice.isEmpty() ? QJsonValue() : QJsonValue(facts.outputDevice)},
+    QJsonArray devices;
+    for (const OutputDevice &d : facts.outputDevices)
+        devices.append(QJsonObject{{"Device", d.device}, {"FromTrial", d.fromTrial}});
+    return {{"OutputDevices", devices},
             {"SampleRate", facts.sampleRate},
             {"Channels", facts.channels},
             {"SampleType", facts.sampleType},

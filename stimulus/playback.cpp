@@ -1,6 +1,7 @@
 #include "../app/mainwindow.h"
 #include "samplebytes.h"
 
+#include <QAudioDeviceInfo>
 #include <QAudioOutput>
 #include <QBuffer>
 #include <QDebug>
@@ -82,6 +83,10 @@ void MainWindow::playOneSound()
     audioBytes = new QByteArray(float32LittleEndian(sound));
     audioBuffer = new QBuffer(audioBytes);
     audioBuffer->open(QIODevice::ReadOnly);
+    // An output plays through the default device of the moment it is made, so
+    // the device is read for every sound: a headset unplugged or another
+    // default chosen during a run shows in its sidecar from that trial on.
+    noteOutputDevice(QAudioDeviceInfo::defaultOutputDevice().deviceName());
     audioOutput = new QAudioOutput(audioFormat, this);
     connect(audioOutput, SIGNAL(stateChanged(QAudio::State)), this,
             SLOT(handleStateChanged(QAudio::State)));

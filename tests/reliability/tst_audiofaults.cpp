@@ -162,14 +162,19 @@ private slots:
     // (trial 1, sound 2 s) does not enter the run started next; in that run,
     // an output already idle when a tick (1.1 p, overtaken) or the fallback
     // check (1.4 p) looks at it ended normally, and an overtaken sound of the
-    // last trial that stopped without a report (2.3 s) is listed.
+    // last trial that stopped without a report (2.3 s) is listed. Another
+    // device chosen after its first trial is noted from its second.
     void judgedByRunAndState()
     {
+        server.switchSink("second");
+        server.switchSink("veltrane");
         MainWindow w;
         RunHarness harness(w, 0.45, 10); // correct at 50 %, wrong at 40 %: two trials
         const QMap<int, bool> cutOff{{12, true}, {21, false}, {24, false}, {33, true}};
         connect(&w, &MainWindow::soundPlaying, this, [&](int index) {
             const int at = 10 * harness.trials.size() + index;
+            if (at == 19)
+                server.switchSink("second");
             if (QAudioOutput *output = cutOff.contains(at) ? w.audioOutput : nullptr) {
                 disconnect(output, nullptr, &w, nullptr);
                 if (cutOff[at])
@@ -188,6 +193,10 @@ private slots:
         QCOMPARE(w.runFacts.faultyIntervals.size(), 1);
         QVERIFY(w.runFacts.faultyIntervals[0].trial == 2 &&
                 w.runFacts.faultyIntervals[0].sound == 3);
+        const QVector<OutputDevice> &devices = w.runFacts.outputDevices;
+        QVERIFY(devices.size() == 2 && devices[0].device == "veltrane" &&
+                devices[0].fromTrial == 1 && devices[1].device == "second" &&
+                devices[1].fromTrial == 2);
     }
 
     // The experimenter window closed while sounds play, one of them maybe
