@@ -78,9 +78,9 @@ private slots:
         boxes.replaceInStrings("%1", dir.path());
         QFile old(dir.filePath("old.txt")), blocker(dir.filePath("blocker"));
         QVERIFY(old.open(QIODevice::WriteOnly) && old.write(oldFile) == oldFile.size());
-        QVERIFY(blocker.open(QIODevice::WriteOnly) && QDir(dir.path()).mkdir("run.json"));
         old.close();
-        QVERIFY(QFile::link("/dev/full", dir.filePath("full.txt")) &&
+        QVERIFY(blocker.open(QIODevice::WriteOnly) && QDir(dir.path()).mkdir("run.json") &&
+                QFile::link("/dev/full", dir.filePath("full.txt")) &&
                 QFile::copy(old.fileName(), dir.filePath("full.json")));
 
         MainWindow w;
