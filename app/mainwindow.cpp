@@ -75,7 +75,8 @@ MainWindow::MainWindow(QWidget *parent)
       subjectWindow(nullptr), soundTimer(nullptr), reactionClock(nullptr), reactionClockStarts(0),
       sequenceLength(0), sequenceIndex(0), audioBytes(nullptr), audioBuffer(nullptr),
       audioOutput(nullptr), centreWindow(true), widthFraction(0.8), heightFraction(0.9),
-      intervalTimer(nullptr), standardSoundRate(0.0), deviantSoundRate(0.0)
+      intervalTimer(nullptr), standardSoundRate(0.0), deviantSoundRate(0.0), runNumber(0),
+      intervalRun(0)
 {
     // lineEditFilePath is built before params in declaration order, so it
     // takes the record's desktop folder here.

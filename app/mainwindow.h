@@ -72,6 +72,7 @@ public:
 
     // Panel (app/panel.cpp).
     void readPanel();
+    void buildSounds(); // both sounds from the record, and their charts
     void composeFileName();
     void setPanelAccessibleNames();
 
@@ -90,6 +91,7 @@ public:
     // Results file and its sidecar (procedure/mainwindow_results.cpp).
     void saveResults();
     void noteRunStart();
+    void noteOutputDevice(const QString &device);
     void warnFaultyRun();
     void saveSidecar(const QString &resultsPath);
 
@@ -272,7 +274,11 @@ public:
 
     // 14. The current run, for its sidecar (procedure/mainwindow_results.cpp):
     // the record as the run started, when it started and through what, and
-    // the intervals whose sound did not play.
+    // the intervals whose sound did not play; the number of the run (runs
+    // started so far) and the run of the interval now sounding, so that a
+    // sound of an abandoned run never counts for the next one.
     SessionParameters runSettings;
     RunFacts runFacts;
+    int runNumber;
+    int intervalRun;
 };

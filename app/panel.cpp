@@ -180,10 +180,7 @@ void MainWindow::on_pushButtonView_clicked()
         return;
     readPanel();
     pushButtonGo->setEnabled(true);
-    generateSounds();
-    createWaveformCharts();
-    computeSpectra();
-    createSpectrumCharts();
+    buildSounds();
     resetRun();
     createTrendChart();
 }
@@ -196,6 +193,9 @@ void MainWindow::on_pushButtonGo_clicked()
     pushButtonView->setEnabled(true);
     setEnabled(false);
     readPanel();
+    // The panel may have changed since View: every sound of the run is built
+    // from the settings the run starts with, which its sidecar records.
+    buildSounds();
     subjectWindow = new SubjectWindow(this);
     connect(subjectWindow, SIGNAL(subjectResponded(int)), this, SLOT(updateMainwindow(int)));
     connect(subjectWindow, SIGNAL(subjectWindowClosed()), this, SLOT(refreshMainWindow()));
@@ -203,6 +203,14 @@ void MainWindow::on_pushButtonGo_clicked()
     connect(this, SIGNAL(doneDataCollection(qreal, qreal, qint32, qreal)), subjectWindow,
             SLOT(finishExperiment(qreal, qreal, qint32, qreal)));
     subjectWindow->show();
+}
+
+void MainWindow::buildSounds()
+{
+    generateSounds();
+    createWaveformCharts();
+    computeSpectra();
+    createSpectrumCharts();
 }
 
 void MainWindow::refreshMainWindow()

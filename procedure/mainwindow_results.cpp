@@ -4,7 +4,7 @@
 #include "resultsfile.h"
 #include "sidecar.h"
 
-#include <QAudioDeviceInfo>
+#include <QFile>
 #include <QFileDialog>
 #include <QMessageBox>
 
@@ -14,16 +14,18 @@ namespace
 // The save dialog, starting at `proposed`; returns the chosen name, or an
 // empty name when it is cancelled. The toolkit's own dialog rather than the
 // platform's: it behaves the same on every desktop and can be filled in by the
-// tests.
+// tests. A results file's name always ends in ".txt" ("S1" saves "S1.txt"),
+// so that its sidecar, the same name with ".json", belongs to no other table.
 QString chooseFileName(QWidget *parent, const QString &proposed)
 {
     QFileDialog dialog(parent, "Save a file", proposed, "All files (*.*);; Text files (*.txt)");
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setOptions(QFileDialog::DontUseNativeDialog | QFileDialog::DontConfirmOverwrite);
     dialog.selectNameFilter("Text files (*.txt)");
-    if (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty())
-        return dialog.selectedFiles().constFirst();
-    return QString();
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return QString();
+    const QString name = dialog.selectedFiles().constFirst();
+    return name.endsWith(".txt") ? name : name + ".txt";
 }
 
 } // namespace
@@ -32,6 +34,11 @@ void MainWindow::saveResults()
 {
     QString name = chooseFileName(this, params.filePath + "/" + params.fileName);
     for (;;) {
+        // The sidecar of an earlier table of this name goes first: a table
+        // whose write fails half-way must not sit beside it, and the new
+        // sidecar is written only once the table is whole.
+        if (!name.isEmpty())
+            QFile::remove(Sidecar::path(name));
         const ResultsFile::SaveOutcome outcome = ResultsFile::save(
             name, params.trials, params.mainParameter, params.carrierFrequency[0]);
         if (outcome == ResultsFile::SaveOutcome::Saved) {
@@ -55,16 +62,18 @@ void MainWindow::saveResults()
 
 void MainWindow::noteRunStart()
 {
+    ++runNumber;
     runSettings = params;
     runFacts = RunFacts();
     runFacts.started = QDateTime::currentDateTime();
     runFacts.randomSeed = RandomSource::lastSeed();
-    const QAudioDeviceInfo device = QAudioDeviceInfo::defaultOutputDevice();
-    if (!device.isNull())
-        runFacts.outputDevice = device.deviceName();
-    // Sounds of an abandoned run that are still playing count for no run.
-    for (SoundingInterval &interval : overtakenIntervals)
-        interval.trial = 0;
+}
+
+void MainWindow::noteOutputDevice(const QString &device)
+{
+    const QVector<OutputDevice> &devices = runFacts.outputDevices;
+    if (!device.isEmpty() && (devices.isEmpty() || devices.constLast().device != device))
+        runFacts.outputDevices.append({device, params.trialCount});
 }
 
 void MainWindow::warnFaultyRun()

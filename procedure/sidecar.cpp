@@ -142,8 +142,10 @@ QJsonObject playback(const RunFacts &facts)
     QJsonArray intervals;
     for (const FaultyInterval &f : faulty)
         intervals.append(QJsonObject{{"Trial", f.trial}, {"Sound", f.sound}});
-    return {{"OutputDevice",
-             facts.outputDevice.isEmpty() ? QJsonValue() : QJsonValue(facts.outputDevice)},
+    QJsonArray devices;
+    for (const OutputDevice &d : facts.outputDevices)
+        devices.append(QJsonObject{{"Device", d.device}, {"FromTrial", d.fromTrial}});
+    return {{"OutputDevices", devices},
             {"SampleRate", facts.sampleRate},
             {"Channels", facts.channels},
             {"SampleType", facts.sampleType},
@@ -231,12 +233,18 @@ QString Sidecar::isoDateTime(const QDateTime &time)
 {
     if (!time.isValid())
         return QString();
+    // Built from the numbers rather than with a format string, which takes
+    // the system locale's digits (Persian, Arabic, Bengali) in Qt 5; QString::arg
+    // always writes ASCII digits.
+    const QDate d = time.date();
+    const QTime t = time.time();
     const int offset = time.offsetFromUtc();
     const int minutes = std::abs(offset) / 60;
-    return time.toString("yyyy-MM-dd'T'HH:mm:ss") + (offset < 0 ? '-' : '+') +
-           QString("%1:%2")
-               .arg(minutes / 60, 2, 10, QChar('0'))
-               .arg(minutes % 60, 2, 10, QChar('0'));
+    const auto two = [](int n) { return QString("%1").arg(n, 2, 10, QLatin1Char('0')); };
+    return QString("%1-%2-%3T%4:%5:%6%7%8:%9")
+        .arg(d.year(), 4, 10, QLatin1Char('0'))
+        .arg(two(d.month()), two(d.day()), two(t.hour()), two(t.minute()), two(t.second()),
+             QString(offset < 0 ? '-' : '+'), two(minutes / 60), two(minutes % 60));
 }
 
 QJsonObject Sidecar::content(const SessionParameters &atStart, const SessionParameters &atEnd,

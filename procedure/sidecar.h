@@ -18,11 +18,18 @@ struct FaultyInterval {
     int sound;
 };
 
+// An audio output device a run played through, from the trial (counted
+// from 1) in which its first sound of the run started.
+struct OutputDevice {
+    QString device;
+    int fromTrial;
+};
+
 // What a run's sidecar needs beyond the session record.
 struct RunFacts {
     QDateTime started; // local time of "I am ready"; invalid when no run started
     std::uint64_t randomSeed = 0;
-    QString outputDevice; // empty when there was no output device
+    QVector<OutputDevice> outputDevices; // in order; empty when there was no device
     int sampleRate = 0;
     int channels = 0;
     QString sampleType;

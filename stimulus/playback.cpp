@@ -2,6 +2,7 @@
 #include "../app/mainwindow.h"
 #include "samplebytes.h"
 
+#include <QAudioDeviceInfo>
 #include <QAudioOutput>
 #include <QBuffer>
 #include <QDebug>
@@ -50,6 +51,13 @@ bool stillActive(const QAudioOutput *output)
 {
     return output && output->state() == QAudio::ActiveState;
 }
+
+// An output that is idle has played its sound to the end, even when its report
+// of that is still to come (a sink waking from suspend, a long latency).
+bool idle(const QAudioOutput *output)
+{
+    return output && output->state() == QAudio::IdleState;
+}
 } // namespace
 
 void MainWindow::playOneSound()
@@ -76,6 +84,10 @@ void MainWindow::playOneSound()
     audioBytes = new QByteArray(float32LittleEndian(sound));
     audioBuffer = new QBuffer(audioBytes);
     audioBuffer->open(QIODevice::ReadOnly);
+    // An output plays through the default device of the moment it is made, so
+    // the device is read for every sound: a headset unplugged or another
+    // default chosen during a run shows in its sidecar from that trial on.
+    noteOutputDevice(QAudioDeviceInfo::defaultOutputDevice().deviceName());
     audioOutput = new QAudioOutput(audioFormat, this);
     connect(audioOutput, SIGNAL(stateChanged(QAudio::State)), this,
             SLOT(handleStateChanged(QAudio::State)));
@@ -90,6 +102,7 @@ void MainWindow::playOneSound()
     intervalLimit = QDeadlineTimer(soundMs + activeLimitMs, Qt::PreciseTimer);
     intervalTimer->start(soundMs + fallbackMarginMs);
     audioOutput->start(audioBuffer);
+    intervalRun = runNumber;
     ++sequenceIndex;
     emit soundPlaying(sequenceIndex);
 }
@@ -127,8 +140,10 @@ void MainWindow::checkInterval()
             qMin<qint64>(recheckMs, qMax<qint64>(1, intervalLimit.remainingTime()))));
         return;
     }
-    // The output stopped with an error or never reported the end of its sound.
-    runFacts.faultyIntervals.append({params.trialCount, sequenceIndex});
+    // The output stopped with an error or never reported the end of its
+    // sound. While its run lasts, the run's counters number it.
+    if (!idle(audioOutput) && intervalRun == runNumber)
+        runFacts.faultyIntervals.append({params.trialCount, sequenceIndex});
     finishInterval();
 }
 
@@ -138,7 +153,7 @@ void MainWindow::finishInterval()
         intervalTimer->stop();
     // The members are cleared before the release, so that a notification sent
     // while the output stops finds no interval sounding.
-    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0};
+    const SoundingInterval ended{audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0, 0};
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;
@@ -162,7 +177,7 @@ void MainWindow::endTrial()
 void MainWindow::overtakeInterval()
 {
     overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, intervalDeadline,
-                               intervalLimit, params.trialCount, sequenceIndex});
+                               intervalLimit, intervalRun, params.trialCount, sequenceIndex});
     if (intervalTimer)
         intervalTimer->stop();
     audioOutput = nullptr;
@@ -196,7 +211,7 @@ void MainWindow::releaseExpiredIntervals()
         if (interval.deadline.hasExpired() &&
             (!stillActive(interval.output) || interval.limit.hasExpired())) {
             // One that had reported the end of its sound would be gone already.
-            if (interval.trial > 0)
+            if (!idle(interval.output) && interval.run == runNumber)
                 runFacts.faultyIntervals.append({interval.trial, interval.sound});
             releaseInterval(overtakenIntervals.takeAt(i));
         }
@@ -205,17 +220,17 @@ void MainWindow::releaseExpiredIntervals()
 
 void MainWindow::settleOvertakenIntervals()
 {
-    // The run has ended. An overtaken output that stopped with an error will
-    // never report the end of its sound, so it counts now; any other still
-    // plays, or fails too late to count for this run.
+    // The run has ended: its last trial was answered. An overtaken sound of
+    // the run whose output is not idle by now (stopped, with an error or not,
+    // or still claiming to play) was not heard in its place, so it counts;
+    // either way it is done with. Sounds of an abandoned run count for none.
     for (int i = overtakenIntervals.size() - 1; i >= 0; --i) {
-        SoundingInterval &interval = overtakenIntervals[i];
-        if (interval.trial > 0 && interval.output && interval.output->error() != QAudio::NoError) {
+        const SoundingInterval &interval = overtakenIntervals[i];
+        if (interval.run != runNumber)
+            continue;
+        if (!idle(interval.output))
             runFacts.faultyIntervals.append({interval.trial, interval.sound});
-            releaseInterval(overtakenIntervals.takeAt(i));
-        } else {
-            interval.trial = 0;
-        }
+        releaseInterval(overtakenIntervals.takeAt(i));
     }
 }
 
@@ -229,7 +244,7 @@ void MainWindow::releasePlayback()
     if (intervalTimer)
         intervalTimer->stop();
     if (audioOutput || audioBuffer || audioBytes)
-        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0});
+        overtakenIntervals.append({audioOutput, audioBuffer, audioBytes, {}, {}, 0, 0, 0});
     audioOutput = nullptr;
     audioBuffer = nullptr;
     audioBytes = nullptr;

@@ -37,9 +37,11 @@ class TestFileFaults : public QObject
 private slots:
     // One save at the end of a run, with the names of each row typed into its
     // dialogs in turn ("" cancels; %1 is a folder holding an earlier results
-    // file old.txt, a plain file "blocker" and a folder "run.json"): the boxes
-    // shown, and the table written where it was saved, with its sidecar beside
-    // it, and nowhere else.
+    // file old.txt, a plain file "blocker", a folder "run.json", and full.txt,
+    // a link to a full device, with the sidecar full.json of an earlier run):
+    // the boxes shown, and the table written where it was saved, under a name
+    // ending in ".txt", with its sidecar beside it, and nowhere else; no
+    // sidecar stays beside a table that was not saved whole.
     void saveDialog_data()
     {
         QTest::addColumn<QStringList>("typed");
@@ -48,23 +50,23 @@ private slots:
         QTest::addColumn<QString>("files");
         QTest::newRow("missing folders created")
             << QStringList{"%1/new/deeper/run.txt"} << QStringList() << "new/deeper/run.txt"
-            << "blocker new/deeper/run.json new/deeper/run.txt old.txt";
-        QTest::newRow("existing file replaced")
-            << QStringList{"%1/old.txt"} << QStringList() << "old.txt"
-            << "blocker old.json old.txt";
-        QTest::newRow("cancelled")
-            << QStringList{""} << QStringList{openWarning} << QString() << "blocker old.txt";
+            << "blocker full.json full.txt new/deeper/run.json new/deeper/run.txt old.txt";
+        QTest::newRow("existing file replaced, .txt added")
+            << QStringList{"%1/old"} << QStringList() << "old.txt"
+            << "blocker full.json full.txt old.json old.txt";
+        QTest::newRow("cancelled") << QStringList{""} << QStringList{openWarning} << QString()
+                                   << "blocker full.json full.txt old.txt";
         QTest::newRow("no folder can be made under a file")
             << QStringList{"%1/blocker/run.txt"} << QStringList{openWarning + "%1/blocker/run.txt"}
-            << QString() << "blocker old.txt";
+            << QString() << "blocker full.json full.txt old.txt";
         // The data stay in memory: the dialog comes again at the failed name.
         QTest::newRow("write fails after opening, then cancelled")
-            << QStringList{"/dev/full", ""}
-            << QStringList{writeWarning.arg("/dev/full"), openWarning} << QString()
-            << "blocker old.txt";
+            << QStringList{"%1/full", ""}
+            << QStringList{writeWarning.arg("%1/full.txt"), openWarning} << QString()
+            << "blocker full.txt old.txt";
         QTest::newRow("sidecar cannot be written, results kept")
             << QStringList{"%1/run.txt"} << QStringList{sidecarWarning} << "run.txt"
-            << "blocker old.txt run.txt";
+            << "blocker full.json full.txt old.txt run.txt";
     }
 
     void saveDialog()
@@ -77,8 +79,10 @@ private slots:
         boxes.replaceInStrings("%1", dir.path());
         QFile old(dir.filePath("old.txt")), blocker(dir.filePath("blocker"));
         QVERIFY(old.open(QIODevice::WriteOnly) && old.write(oldFile) == oldFile.size());
-        QVERIFY(blocker.open(QIODevice::WriteOnly) && QDir(dir.path()).mkdir("run.json"));
         old.close();
+        QVERIFY(blocker.open(QIODevice::WriteOnly) && QDir(dir.path()).mkdir("run.json") &&
+                QFile::link("/dev/full", dir.filePath("full.txt")) &&
+                QFile::copy(old.fileName(), dir.filePath("full.json")));
 
         MainWindow w;
         w.params.trials = {{0.5, 2, 2, true, 812}, {0.5 * std::pow(10, -0.1), 3, 2, false, 1034}};
@@ -91,7 +95,7 @@ private slots:
         QCOMPARE(catcher.saveDialogs[0].proposed,
                  dir.filePath("SUB001_test001_noise_modulation depth.txt"));
         if (typed.size() > 1)
-            QCOMPARE(catcher.saveDialogs[1].proposed, typed[0]);
+            QCOMPARE(catcher.saveDialogs[1].proposed, typed[0] + ".txt");
         QStringList shown;
         for (const ModalCatcher::Box &box : catcher.boxes)
             shown << box.title + ": " + box.text;

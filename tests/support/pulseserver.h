@@ -90,6 +90,13 @@ public:
               "pactl load-module module-native-protocol-unix socket=\"$1\" auth-anonymous=1",
               {dir.filePath("native"), QString::number(downMs / 1000.0)}, true);
     }
+    // Makes the sink `name` the default output, as when another device is
+    // chosen; a null sink of that name is added first if there is none.
+    void switchSink(const QString &name)
+    {
+        shell("pactl load-module module-null-sink sink_name=\"$1\"; pactl set-default-sink \"$1\"",
+              {name});
+    }
     void unplugSink(int downMs)
     {
         shell("pactl unload-module \"${1%% *}\"; sleep \"$2\"; pactl load-module $1 && "
