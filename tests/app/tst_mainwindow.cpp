@@ -176,13 +176,13 @@ private slots:
             ++w.params.trialCount;
             w.appendTrendPoint();
         };
-        answer(50);
-        QCOMPARE(trend(w), QVector<double>({0, 100, 0, 1, 2, 0, 50}));
-        answer(40);
-        QCOMPARE(trend(w), QVector<double>({40, 50, 0, 2, 3, 0, 50, 1, 40}));
-        answer(60);
-        QCOMPARE(trend(w), QVector<double>({40, 60, 0, 3, 4, 0, 50, 1, 40, 2, 60}));
-
+        for (const auto &[value, expected] :
+             QList<QPair<double, QVector<double>>>{{50, {0, 100, 0, 1, 2, 0, 50}},
+                                                   {40, {40, 50, 0, 2, 3, 0, 50, 1, 40}},
+                                                   {60, {40, 60, 0, 3, 4, 0, 50, 1, 40, 2, 60}}}) {
+            answer(value);
+            QCOMPARE(trend(w), expected);
+        }
         w.comboBoxSoundType->setCurrentIndex(0);
         w.comboBoxMainParameter->setCurrentIndex(0);
         w.pushButtonView->click();

@@ -4,33 +4,8 @@
 #include <QtTest>
 
 #include <complex>
-#include <cstdlib>
 #include <random>
 #include <vector>
-
-namespace
-{
-// One violated precondition of each kind (length, null pointer, aliased
-// buffers, index) with the expression its message must quote; the test binary
-// runs itself with "--violate <index>". Length 0 first resizes the scratch
-// array to 0, which must pass its own check.
-struct Victim {
-    double x[16] = {}, f[16] = {};
-    FFTReal<double> fft{16};
-    DynArray<int> array{4};
-};
-
-const struct Violation {
-    const char *name, *expression;
-    void (*run)(Victim &);
-} violations[] = {
-    {"length 0", "x > 0", [](Victim &) { FFTReal<double>{0}; }},
-    {"length 3", "FFTReal_is_pow2 (length)", [](Victim &) { FFTReal<double>{3}; }},
-    {"f null", "f != 0", [](Victim &v) { v.fft.forward_transform(nullptr, v.x); }},
-    {"x is f", "x != f", [](Victim &v) { v.fft.forward_transform(v.f, v.f); }},
-    {"index past the end", "pos < _len", [](Victim &v) { v.array[4] = 0; }},
-};
-} // namespace
 
 class TestFFTReal : public QObject
 {
@@ -80,39 +55,7 @@ private slots:
             QVERIFY2(error <= bound, qPrintable(QString("bin %1: error %2").arg(k).arg(error)));
         }
     }
-
-    // Every violated precondition ends the program, Release builds included,
-    // naming the expression.
-    void violationEndsTheProgram_data()
-    {
-        QTest::addColumn<int>("index");
-        for (const Violation &v : violations)
-            QTest::newRow(v.name) << int(&v - violations);
-    }
-
-    void violationEndsTheProgram()
-    {
-        QFETCH(int, index);
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"--violate", QString::number(index)});
-        QVERIFY(child.waitForFinished(60000));
-        const QString err = QString::fromLocal8Bit(child.readAllStandardError());
-        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
-        QVERIFY2(err.contains(QString("Assertion failed: %1 (").arg(violations[index].expression)),
-                 qPrintable(err));
-    }
 };
 
-int main(int argc, char **argv)
-{
-    if (argc == 3 && qstrcmp(argv[1], "--violate") == 0) {
-        Victim victim;
-        violations[std::atoi(argv[2])].run(victim);
-        return 0;
-    }
-    QCoreApplication app(argc, argv);
-    TestFFTReal test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_APPLESS_MAIN(TestFFTReal)
 #include "tst_fftreal.moc"
