@@ -11,7 +11,7 @@ cd "$root"
 scripts/deps.sh
 export CCACHE_BASEDIR="$root"
 cmake -S . -B build/run -DCMAKE_BUILD_TYPE=Release -DVELTRANE_TESTS=OFF >/dev/null
-cmake --build build/run -j2 --target veltrane simulate-listener
+cmake --build build/run -j2 --target veltrane simulate-listener veltrane-summary
 program="$root/build/run/veltrane"
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
