@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "listener.h"
+#include "optionvalue.h"
 #include "plot.h"
 #include "report.h"
 #include "runfiles.h"
@@ -39,13 +40,10 @@ double number(const QCommandLineParser &parser, const QString &name)
 
 int integer(const QCommandLineParser &parser, const QString &name, int min)
 {
-    bool ok = false;
-    const int value = parser.value(name).toInt(&ok);
-    if (!ok || value < min)
-        fail(QStringLiteral("--%1 needs a whole number of at least %2, not '%3'")
-                 .arg(name)
-                 .arg(min)
-                 .arg(parser.value(name)));
+    int value = 0;
+    const QString problem = OptionValue::wholeNumber(parser, name, min, &value);
+    if (!problem.isEmpty())
+        fail(problem);
     return value;
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "optionvalue.h"
 #include "report.h"
 #include "runreader.h"
 #include "study.h"
@@ -47,13 +48,10 @@ double number(const QCommandLineParser &parser, const QString &name, double min,
 
 int whole(const QCommandLineParser &parser, const QString &name, int min)
 {
-    bool ok = false;
-    const int value = parser.value(name).toInt(&ok);
-    if (!ok || value < min)
-        usage(QString("--%1 needs a whole number of at least %2, not '%3'")
-                  .arg(name)
-                  .arg(min)
-                  .arg(parser.value(name)));
+    int value = 0;
+    const QString problem = OptionValue::wholeNumber(parser, name, min, &value);
+    if (!problem.isEmpty())
+        usage(problem);
     return value;
 }
 
