@@ -169,8 +169,10 @@ private slots:
                      "|" + runs[QFileInfo(changed).fileName()]["excluded_because"],
                  QString("practice|incomplete,faulty01|threshold mismatch"));
         const auto &lone = runs[QFileInfo(alone).fileName()];
-        QCOMPARE(lone["subject"] + lone["session_type"] + lone["sidecar"] + lone["included"],
-                 QString("S02test01"));
+        // Without a sidecar the file name says who, which session and what.
+        QCOMPARE(lone["subject"] + lone["session_type"] + lone["session"] + lone["sound_type"] +
+                     lone["sidecar"] + lone["included"],
+                 QString("S02test1noise01"));
         QCOMPARE(lone["carrier_hz"] + lone["acquired"], QString());
 
         auto summary = table(out + "/summary.tsv", "subject");
