@@ -218,7 +218,10 @@ private slots:
         QVERIFY(std::fabs(result["MeanReactionTime"].toDouble() - reactionSum / depths.size()) <
                 1e-9);
         QCOMPARE(result["NumberOfTrials"].toInt(), depths.size());
-        QCOMPARE(result["ReversalValues"].toArray().size(), reversals);
+        const QJsonArray shown = result["ReversalValues"].toArray();
+        QCOMPARE(shown.size(), reversals);
+        for (int i = 0; i < reversals; ++i)
+            QVERIFY(std::fabs(shown[i].toDouble() - 100 * atReversals[i]) < 1e-9);
         QCOMPARE(json["RandomSeed"].toString(), QString("20240611"));
         QVERIFY(w.windowTitle().contains("(v" + json["Software"]["Version"].toString().remove('.') +
                                          ")"));

@@ -5,9 +5,9 @@
 
 // What a grid layout shows, one text per row: its columns from left to right,
 // each the name of the widget that starts there (its object name, else a
-// button's text, else its class), ":n" when it spans n columns, the widgets of a nested
-// layout joined by "+", and "-" for an empty column. A test compares this with
-// the layout a person expects to see, cell by cell.
+// button's text, else its class), ":n" when it spans n columns, "/n" when n rows, the widgets of a
+// nested layout joined by "+", and "-" for an empty column. A test compares this with the layout a
+// person expects to see, cell by cell.
 inline QStringList gridRows(const QGridLayout *grid)
 {
     const auto name = [](const QWidget *w) {
@@ -27,8 +27,9 @@ inline QStringList gridRows(const QGridLayout *grid)
             names << name(item->layout()->itemAt(k)->widget());
         if (item->widget())
             names << name(item->widget());
-        cells[{row, column}] =
-            names.join('+') + (columnSpan > 1 ? ":" + QString::number(columnSpan) : "");
+        cells[{row, column}] = names.join('+') +
+                               (columnSpan > 1 ? ":" + QString::number(columnSpan) : "") +
+                               (rowSpan > 1 ? "/" + QString::number(rowSpan) : "");
         spans[{row, column}] = columnSpan;
     }
     QStringList rows;
