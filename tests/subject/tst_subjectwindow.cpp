@@ -52,6 +52,12 @@ private slots:
         QCOMPARE(gridRows(w->gridLayout),
                  QStringList({"1 2 3 4", "QLabel:4", "- I am ready:2 -", "- Done:2 -"}));
         QCOMPARE(state(*w), QString("---- 11111 0000100"));
+        // The numbered buttons take the height left over; the result can be
+        // selected to copy it.
+        QVERIFY2(
+            w->pushButtonChoice1->height() > w->height() / 3,
+            qPrintable(QString("%1 of %2").arg(w->pushButtonChoice1->height()).arg(w->height())));
+        QVERIFY(w->labelResult->textInteractionFlags() & Qt::TextSelectableByMouse);
         QSignalSpy responded(w, SIGNAL(subjectResponded(int)));
         QSignalSpy closed(w, SIGNAL(subjectWindowClosed()));
         QTest::mouseClick(w->pushButtonIAmReady, Qt::LeftButton);
@@ -87,7 +93,7 @@ private slots:
             catcher.arm(answer);
             QTest::mouseClick(w->pushButtonDone, Qt::LeftButton);
             catcher.verifyShown();
-            QCOMPARE(catcher.boxes.last().title + ": " + catcher.boxes.last().text,
+            QCOMPARE(catcher.boxes.last(),
                      QString("Confirmation MessageBox: Do you want to close this window?\n"));
             QCOMPARE(w->isVisible(), answer == QMessageBox::No);
             QCOMPARE(closed.size(), answer == QMessageBox::No ? 0 : 1);

@@ -18,15 +18,6 @@
 class ModalCatcher
 {
 public:
-    struct Box {
-        QString title;
-        QString text;
-    };
-    struct SaveDialog {
-        QString title;
-        QString proposed; // the file it showed
-    };
-
     void arm(QMessageBox::StandardButton button = QMessageBox::Ok, int count = 1)
     {
         pending += count;
@@ -42,8 +33,8 @@ public:
     // Callers check QTest::currentTestFailed() afterwards.
     void verifyShown(int timeoutMs = 5000) { QTRY_VERIFY_WITH_TIMEOUT(pending == 0, timeoutMs); }
 
-    QList<Box> boxes;
-    QList<SaveDialog> saveDialogs;
+    QStringList boxes;       // what each box said, as "title: text"
+    QStringList saveDialogs; // the file each save dialog proposed
 
 private:
     void poll()
@@ -66,14 +57,13 @@ private:
                 auto *edit = fileDialog->findChild<QLineEdit *>("fileNameEdit");
                 if (!fileDialog->isVisible())
                     return;
-                saveDialogs.append(
-                    {fileDialog->windowTitle(), fileDialog->selectedFiles().value(0)});
+                saveDialogs.append(fileDialog->selectedFiles().value(0));
                 if (typed.isEmpty() || !edit)
                     return fileDialog->reject();
                 edit->setText(typed);
                 QMetaObject::invokeMethod(fileDialog, "accept"); // a protected slot
             } else if (modal && (pending > 0 || (box && saving))) {
-                boxes.append({modal->windowTitle(), box ? box->text() : QString()});
+                boxes.append(modal->windowTitle() + ": " + (box ? box->text() : QString()));
                 QAbstractButton *button =
                     box ? box->button(pending ? answer : QMessageBox::Ok) : nullptr;
                 pending = qMax(0, pending - 1);

@@ -27,7 +27,7 @@ public:
 
     ~PulseServer()
     {
-        stop();
+        kill();
         if (drainer.joinable())
             drainer.join();
     }
@@ -71,15 +71,25 @@ public:
     static qint64 nowNs() { return QDeadlineTimer::current(Qt::PreciseTimer).deadlineNSecs(); }
 
     // The faults. None waits for the daemon, so a running program is not held up.
-    // kill(): SIGKILL, as a crash of the server. restart(): the killed daemon
-    // again at the same sockets. dropClients(): closes the program's socket with
-    // every connection on it, opens it again after downMs. unplugSink(): removes
-    // the sink, as when the sound card is unplugged (its streams end), and plugs
-    // it in again after downMs.
-    void kill() { stop(); }
+    // kill(): SIGKILL, as a crash of the server (the recorder ends with it).
+    // restart(): the killed daemon again at the same sockets. dropClients():
+    // closes the program's socket with every connection on it, opens it again
+    // after downMs. unplugSink(): removes the sink, as when the sound card is
+    // unplugged (its streams end), and plugs it in again after downMs.
+    void kill()
+    {
+        if (daemonPid > 0)
+            ::kill(static_cast<pid_t>(daemonPid), SIGKILL);
+        daemon.closeWriteChannel();
+        daemon.waitForFinished(5000);
+        daemonPid = 0;
+        QFile::remove(dir.filePath("native"));
+        QFile::remove(dir.filePath("control"));
+    }
+
     void restart()
     {
-        stop();
+        kill();
         if (launch())
             shell(recorder(), {}, true);
     }
@@ -152,19 +162,6 @@ private:
                             dir.path(), sinkModule()});
         daemonPid = daemon.waitForReadyRead(5000) ? daemon.readLine().trimmed().toLongLong() : 0;
         return daemonPid > 0;
-    }
-
-    // SIGKILL, as a crash: nothing of the daemon's state matters afterwards.
-    // The recorder ends with its server.
-    void stop()
-    {
-        if (daemonPid > 0)
-            ::kill(static_cast<pid_t>(daemonPid), SIGKILL);
-        daemon.closeWriteChannel();
-        daemon.waitForFinished(5000);
-        daemonPid = 0;
-        QFile::remove(dir.filePath("native"));
-        QFile::remove(dir.filePath("control"));
     }
 
     // Reads the FIFO until the daemon closes it.

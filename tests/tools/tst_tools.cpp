@@ -13,6 +13,7 @@ namespace
 struct Outcome {
     int status;
     QStringList messages; // the tool's own stderr lines
+    QString out;
 };
 
 Outcome runTool(const QString &program, const QStringList &arguments)
@@ -20,12 +21,12 @@ Outcome runTool(const QString &program, const QStringList &arguments)
     QProcess tool;
     tool.start(program, arguments);
     if (!tool.waitForFinished(120000))
-        return {-1, {}};
+        return {-1, {}, {}};
     QStringList messages;
     for (const QString &line : QString(tool.readAllStandardError()).split('\n'))
         if (line.startsWith(QFileInfo(program).fileName() + ":"))
             messages.append(line);
-    return {tool.exitCode(), messages};
+    return {tool.exitCode(), messages, tool.readAllStandardOutput()};
 }
 
 QByteArray contents(const QString &path)
@@ -52,16 +53,18 @@ QMap<QString, QMap<QString, QString>> table(const QString &path, const QString &
     return rows;
 }
 
-// A modulation-depth run of the program's staircase answered by a listener
-// that is right exactly above 10 %, saved with the core's writers.
+// A run of the program's staircase, of modulation depth in noise or of
+// frequency difference in a sinusoid, answered by a listener that is right
+// exactly above 0.1, saved with the core's writers.
 QString saveRun(const QDir &dir, const QString &subject, int sessionType, int session,
-                bool withSidecar, int maxTrials = 1000, QVector<FaultyInterval> faulty = {})
+                bool withSidecar, int maxTrials = 1000, QVector<FaultyInterval> faulty = {},
+                int mainParameter = 1)
 {
     SessionParameters p;
     p.subjectCode = subject;
     p.sessionType = sessionType;
     p.sessionNumber = session;
-    p.mainParameter = p.soundType = 1;
+    p.mainParameter = p.soundType = mainParameter;
     Staircase::resetStartValues(p);
     p.fileName = p.composedFileName();
     const SessionParameters start = p;
@@ -79,7 +82,7 @@ QString saveRun(const QDir &dir, const QString &subject, int sessionType, int se
     }
     Staircase::computeResults(p);
     const QString name = dir.filePath(p.fileName);
-    ResultsFile::save(name, p.trials, 1, 1000.0);
+    ResultsFile::save(name, p.trials, p.mainParameter, 1000.0);
     RunFacts facts;
     facts.started = QDateTime(QDate(2024, 3, 1), QTime(9, session), Qt::UTC);
     facts.faultyIntervals = faulty;
@@ -96,7 +99,9 @@ void rewrite(const QString &path, const QByteArray &bytes)
 }
 } // namespace
 
-class TestSummary : public QObject
+// The two tools for a study: the simulated listener and the summary of a
+// folder of runs.
+class TestTools : public QObject
 {
     Q_OBJECT
 
@@ -109,7 +114,7 @@ private slots:
         const QString good = saveRun(data, "S01", 1, 1, true);
         saveRun(data, "S01", 0, 2, true);               // practice
         saveRun(data, "S01", 1, 3, true, 10, {{2, 3}}); // stopped early, a sound lost
-        const QString changed = saveRun(data, "S01", 1, 4, true);
+        const QString changed = saveRun(data, "S03", 1, 4, true, 1000, {}, 0);
         QByteArray sidecar = contents(Sidecar::path(changed));
         rewrite(Sidecar::path(changed), sidecar.replace("\"Threshold\": ", "\"Threshold\": 1"));
         const QString alone = saveRun(data, "S02", 1, 1, false);
@@ -176,8 +181,10 @@ private slots:
         QCOMPARE(lone["carrier_hz"] + lone["acquired"], QString());
 
         auto summary = table(out + "/summary.tsv", "subject");
-        // One run is too few for a spread or a fit.
-        QVERIFY(summary.size() == 2 && summary["S01"]["runs"] == "1" &&
+        // One run is too few for a spread or a fit; a group of excluded runs
+        // keeps its row.
+        QVERIFY(summary.size() == 3 && summary["S01"]["runs"] == "1" &&
+                summary["S03"]["runs"] == "0" &&
                 summary["S01"]["sd_db"] + summary["S01"]["alpha_db"] == "");
         QCOMPARE(summary["S01"]["mean_threshold_db"], g["threshold_db"]);
         QCOMPARE(summary["S01"]["fit_trials"].toInt(), values.size());
@@ -205,6 +212,24 @@ private slots:
               QStringList{"--out", data.filePath("out"), data.path()}})
             QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, arguments).status, 2);
         QVERIFY(!data.exists("out"));
+    }
+
+    // Twenty simulated runs against a step listener that is right above -20 dB
+    // and wrong at or below. Once the steps are 1 dB the reversals alternate
+    // between the last value at or below the switch and the value 2 dB above
+    // it, so every threshold, and their mean, lies from 0 to
+    // 20 log10((1 + 10^(2/20)) / 2), about 1.05 dB, above the switch.
+    void simulatedStepListener()
+    {
+        const Outcome run = runTool(SIMULATE_LISTENER_PATH, {"--listener", "step", "--alpha", "-20",
+                                                             "--runs", "20", "--seed", "7"});
+        bool ok = false;
+        const double above = run.out.section("Mean threshold re the switching value", 1)
+                                 .section("dB", 0, 0)
+                                 .toDouble(&ok);
+        QVERIFY2(run.out.contains("Runs:      20 (20 finished)") && ok && above >= 0.0 &&
+                     above <= 1.05,
+                 qPrintable(run.out));
     }
 
     // 200 runs of a listener with known alpha, beta and lapse, saved by the
@@ -238,5 +263,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestSummary)
-#include "tst_summary.moc"
+QTEST_GUILESS_MAIN(TestTools)
+#include "tst_tools.moc"

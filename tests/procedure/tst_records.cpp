@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
 #include "procedure/resultsfile.h"
+#include "procedure/sidecar.h"
 #include "procedure/staircase.h"
 
 #include <QtTest>
@@ -10,6 +11,9 @@
 
 namespace
 {
+// Set before the system locale is first read: a locale with its own digits.
+const bool persian = qputenv("LC_ALL", "fa_IR.UTF-8");
+
 // Factors of 1 dB and 2 dB in amplitude, computed independently.
 const double oneDb = std::pow(10.0, 1.0 / 20), twoDb = std::pow(10.0, 2.0 / 20);
 
@@ -25,10 +29,11 @@ bool answer(SessionParameters &p, bool correct)
 }
 } // namespace
 
-// The depth track's steps, reversals, threshold and reaction time are
-// compared through a whole run in tst_wholerun, the start values in
-// tst_mainwindow; here the frequency track, the limits and the file.
-class TestStaircase : public QObject
+// What a run records. The depth track's steps, reversals, threshold and
+// reaction time are compared through a whole run in tst_wholerun, the start
+// values in tst_mainwindow; here the frequency track, the limits, the results
+// file and what the sidecar writes the same whatever the locale.
+class TestRecords : public QObject
 {
     Q_OBJECT
 
@@ -94,7 +99,30 @@ private slots:
                             "position\tcorrectness\treaction time (ms)\r\n"
                             "50.000000\t3\t2\t0\t523.25\r\n79.244660\t2\t2\t1\t1.23457e+06\r\n"));
     }
+    // The sidecar's name, times in ASCII ISO 8601 with the UTC offset in one
+    // form whatever the locale, and a seed beyond a double's precision.
+    void sidecarNamesTimesAndSeed()
+    {
+        QVERIFY(persian && QLocale::system().zeroDigit() != '0');
+        QLocale::setDefault(QLocale(QLocale::Persian, QLocale::Iran));
+        QCOMPARE(Sidecar::path("/data/run.txt"), QString("/data/run.json"));
+        const QDate day(2024, 6, 11);
+        const QTime time(14, 3, 12, 600);
+        QCOMPARE(Sidecar::isoDateTime(QDateTime(day, time, Qt::OffsetFromUTC, -34200)),
+                 QString("2024-06-11T14:03:12-09:30"));
+        QCOMPARE(Sidecar::isoDateTime(QDateTime(day, time, Qt::UTC)),
+                 QString("2024-06-11T14:03:12+00:00"));
+        RunFacts facts;
+        facts.started = QDateTime::currentDateTime();
+        facts.randomSeed = UINT64_MAX;
+        const SessionParameters p;
+        const QJsonObject json = Sidecar::content(p, p, facts);
+        QCOMPARE(json["RandomSeed"].toString(), QString("18446744073709551615"));
+        const QRegularExpression iso(
+            "^[0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}[+-][0-9]{2}:[0-9]{2}$");
+        QVERIFY(iso.match(json["AcquisitionDateTime"].toString()).hasMatch());
+    }
 };
 
-QTEST_APPLESS_MAIN(TestStaircase)
-#include "tst_staircase.moc"
+QTEST_APPLESS_MAIN(TestRecords)
+#include "tst_records.moc"
