@@ -52,16 +52,16 @@ private slots:
         QCOMPARE(gridRows(w->gridLayout),
                  QStringList({"1 2 3 4", "QLabel:4", "- I am ready:2 -", "- Done:2 -"}));
         QCOMPARE(state(*w), QString("---- 11111 0000100"));
+        QSignalSpy responded(w, SIGNAL(subjectResponded(int)));
+        QSignalSpy closed(w, SIGNAL(subjectWindowClosed()));
+        QTest::mouseClick(w->pushButtonIAmReady, Qt::LeftButton);
+        QCOMPARE(state(*w), QString("---- 00000 1111000"));
         // The numbered buttons take the height left over; the result can be
         // selected to copy it.
         QVERIFY2(
             w->pushButtonChoice1->height() > w->height() / 3,
             qPrintable(QString("%1 of %2").arg(w->pushButtonChoice1->height()).arg(w->height())));
         QVERIFY(w->labelResult->textInteractionFlags() & Qt::TextSelectableByMouse);
-        QSignalSpy responded(w, SIGNAL(subjectResponded(int)));
-        QSignalSpy closed(w, SIGNAL(subjectWindowClosed()));
-        QTest::mouseClick(w->pushButtonIAmReady, Qt::LeftButton);
-        QCOMPARE(state(*w), QString("---- 00000 1111000"));
 
         const QStringList trials[2] = {{"P---", "OP--", "OCP-", "OCCP", "ORRO"},
                                        {"PRRO", "OPRO", "OCPO", "OCCP", "ORRO"}};
