@@ -192,17 +192,13 @@ private slots:
         QVERIFY(w.subjectWindow->labelResult->text().startsWith(
             QString("Modulation Threshold = %1 %").arg(100 * threshold)));
 
-        // The charts follow every trial: they show the last trial's sounds,
-        // each amplitude axis spanning its sound, and each spectrum peaking at
-        // its carrier with the amplitude a direct transform gives there (the
-        // charts' transform is 32768 points long).
-        for (const auto &[sound, wave, axis, spectrum, carrier] :
-             {std::tuple{standard, w.seriesWaveStd, w.axisYWaveStd, w.seriesSpecStd, 1250.0},
-              {tone(1500, 45, depths.last(), 50), w.seriesWaveDev, w.axisYWaveDev, w.seriesSpecDev,
-               1500.0}}) {
-            double error = 0;
-            for (int k = 0; k < wave->count(); ++k)
-                error = std::max(error, std::fabs(wave->at(k).y() - sound[k]));
+        // The charts follow every trial: each amplitude axis spans the last
+        // trial's sound, and each spectrum peaks at its carrier with the
+        // amplitude a direct transform gives there (the charts' transform is
+        // 32768 points long).
+        for (const auto &[sound, axis, spectrum, carrier] :
+             {std::tuple{standard, w.axisYWaveStd, w.seriesSpecStd, 1250.0},
+              {tone(1500, 45, depths.last(), 50), w.axisYWaveDev, w.seriesSpecDev, 1500.0}}) {
             const auto [low, high] = std::minmax_element(sound.begin(), sound.end());
             const QVector<QPointF> bins = spectrum->pointsVector();
             const int peak = std::max_element(bins.begin(), bins.end(),
@@ -211,8 +207,7 @@ private slots:
             std::complex<double> atPeak = 0;
             for (int m = 0; m < sound.size(); ++m)
                 atPeak += std::polar(sound[m], -2 * M_PI * peak * m / 32768);
-            QVERIFY(wave->count() == sound.size() && error < 1e-9 &&
-                    std::fabs(axis->min() - *low) < 1e-9 && std::fabs(axis->max() - *high) < 1e-9 &&
+            QVERIFY(std::fabs(axis->min() - *low) < 1e-9 && std::fabs(axis->max() - *high) < 1e-9 &&
                     std::fabs(bins[peak].x() - carrier) < 2 &&
                     std::fabs(bins[peak].y() - std::abs(atPeak) / (sound.size() / 2)) < 1e-9);
         }

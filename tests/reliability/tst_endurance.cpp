@@ -66,13 +66,5 @@ private:
     PulseServer server;
 };
 
-int main(int argc, char **argv)
-{
-    QApplication app(argc, argv);
-    TestEndurance test;
-    // Every participant window logs what the offscreen platform cannot do;
-    // the summary at the end must not be cut off with those lines.
-    return QTest::qExec(&test, app.arguments() << "-maxwarnings"
-                                               << "0");
-}
+QTEST_MAIN(TestEndurance)
 #include "tst_endurance.moc"

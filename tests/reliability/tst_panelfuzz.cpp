@@ -109,9 +109,6 @@ private:
             combo->setCurrentIndex(pick(0, 1));
         for (QCheckBox *box : {w->checkBoxResetMdFd, w->checkBoxSaveData})
             box->setChecked(pick(0, 1));
-        // The conflict rule leaves a pair that goes together.
-        QVERIFY(w->comboBoxSoundType->currentIndex() == 0 ||
-                w->comboBoxMainParameter->currentIndex() == 1);
         checkShown();
     }
 
