@@ -219,7 +219,7 @@ int main(int argc, char **argv)
     written &= writeFile(folder.filePath("trials.tsv"), Tables::trials(rows).toUtf8());
     written &= writeFile(folder.filePath("summary.json"),
                          QJsonDocument(Tables::description(about)).toJson(QJsonDocument::Indented));
-    if (!Report::write(folder.filePath("report.pdf"), png, groups, rows,
+    if (!Report::write(folder.filePath("report.pdf"), png, groups, rows, leftOut,
                        progress("drawing", groups.size()))) {
         message(folder.filePath("report.pdf") + ": the report could not be written whole");
         written = false;
