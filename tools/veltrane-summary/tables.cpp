@@ -198,8 +198,10 @@ const QVector<Column<TrialView>> &trialColumns()
         runColumn("duration_ms"),
         runColumn("session"),
         {"trial", "Trial of the run, from 1", "", [](const V &v) { return cell(v.t + 1); }},
-        {"level", "The deviant's tracked value", fileUnit,
-         [](const V &v) { return cell(v.r->trials[v.t].value); }},
+        // All the digits the results file has (six decimals), so a level can be
+        // matched to its line there.
+        {"level", "The deviant's tracked value, as in the results file", fileUnit,
+         [](const V &v) { return QString::number(v.r->trials[v.t].value, 'g', 15); }},
         {"level_db",
          "20 log10 of the level as a fraction (depth / 100, frequency difference / carrier)", "dB",
          [](const V &v) { return cell(v.r->levelDb(v.t)); }},
