@@ -80,14 +80,20 @@ void Staircase::applyStep(SessionParameters &params)
     }
 }
 
-void Staircase::computeResults(SessionParameters &params)
+int Staircase::averagedReversals(const SessionParameters &params)
 {
     // In a finished run reversalCount equals numberOfReversals, so the averaged
     // values are the last reversalsToCalculate of reversalValues. Counting only
     // the values this run stored keeps an early call or an odd setting from
     // averaging nothing or reading past the stored values.
     const int stored = qBound(0, params.reversalCount, params.reversalValues.size());
-    const int count = qBound(0, params.reversalsToCalculate, stored);
+    return qBound(0, params.reversalsToCalculate, stored);
+}
+
+void Staircase::computeResults(SessionParameters &params)
+{
+    const int stored = qBound(0, params.reversalCount, params.reversalValues.size());
+    const int count = averagedReversals(params);
     double sum = 0.0;
     for (int i = stored - count; i < stored; ++i)
         sum += params.reversalValues[i];

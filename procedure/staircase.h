@@ -59,6 +59,11 @@ bool applyReversalRule(SessionParameters &params);
 // carrierFrequency[1] = (1 − frequencyDifference[1]) × carrierFrequency[0].
 void applyStep(SessionParameters &params);
 
+// How many reversal values the threshold averages: the last
+// reversalsToCalculate of those stored in the run, or all stored when fewer;
+// 0 with none or with reversalsToCalculate below 1.
+int averagedReversals(const SessionParameters &params);
+
 // Threshold and mean reaction time of the finished run. threshold is the mean of
 // the last reversalsToCalculate reversal values stored in the run (stored units);
 // when fewer are stored it averages those there are, and with none, or with

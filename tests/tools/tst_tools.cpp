@@ -470,6 +470,78 @@ private slots:
                 deaf.out.contains(QRegularExpression("Runs that reached the upper limit +100.0 %")),
             qPrintable(deaf.out));
     }
+
+    // Every trial of a noise and of a sinusoid run in trials.tsv, against the
+    // results files: a reversal is a trial whose answer differs from the one
+    // before, and the threshold averages the last 8 of the 14.
+    void trialsTable()
+    {
+        QTemporaryDir temp;
+        const QDir data(temp.filePath("data"));
+        const QStringList runs{saveRun(data, "S01", 1, 1, true),
+                               saveRun(data, "S02", 1, 2, true, 1000, {}, 0)};
+        const QString out = temp.filePath("out");
+        QCOMPARE(
+            runTool(VELTRANE_SUMMARY_PATH, {"--out", out, "--bootstrap", "0", data.path()}).status,
+            0);
+        QStringList rows = QString(contents(out + "/trials.tsv")).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(rows.takeFirst(),
+                 QString("file\tsubject\tsound_type\tmain_parameter\tcarrier_hz\tmodulation_hz\t"
+                         "standard_depth_pct\tduration_ms\tsession\ttrial\tlevel\tlevel_db\t"
+                         "stimulus_position\tresponse_position\tcorrect\treaction_time_ms\t"
+                         "reversal\tcounted\tincluded"));
+        for (int run = 0; run < 2; ++run) {
+            const QStringList lines = QString(contents(runs[run])).split("\r\n").mid(1);
+            QVector<int> reversals;
+            for (int i = 1; i < lines.size() - 1; ++i)
+                if (lines[i].section('\t', 3, 3) != lines[i - 1].section('\t', 3, 3))
+                    reversals.append(i);
+            QCOMPARE(reversals.size(), 14);
+            for (int i = 0; i < lines.size() - 1; ++i) {
+                const QStringList file = lines[i].split('\t');
+                const QStringList cells = rows.takeFirst().split('\t');
+                const int k = reversals.indexOf(i);
+                QCOMPARE(
+                    QStringList(cells.mid(0, 2) + cells.mid(4, 1) + cells.mid(8, 2) + cells.mid(12))
+                        .join(' '),
+                    QStringList({runs[run], run == 0 ? "S01" : "S02", run == 0 ? "" : "1000",
+                                 QString::number(run + 1), QString::number(i + 1), file[1], file[2],
+                                 file[3], file[4], k >= 0 ? "1" : "0", k >= 6 ? "1" : "0", "1"})
+                        .join(' '));
+                const double level = file[0].toDouble();
+                QCOMPARE(cells[10].toDouble(), level);
+                QVERIFY(qAbs(cells[11].toDouble() - 20 * std::log10(level / (run ? 1000 : 100))) <
+                        1e-6);
+            }
+        }
+        QVERIFY(rows.isEmpty());
+    }
+
+    // Both tools answer a mistyped option in their own words, and nothing but
+    // their own lines reaches stderr, even without XDG_RUNTIME_DIR.
+    void toolManners()
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove("XDG_RUNTIME_DIR");
+        const auto run = [&](const QString &program, const QStringList &arguments) {
+            QProcess tool;
+            tool.setProcessEnvironment(environment);
+            tool.start(program, arguments);
+            tool.waitForFinished(120000);
+            return QString::number(tool.exitCode()) + ' ' + tool.readAllStandardError();
+        };
+        QTemporaryDir temp;
+        QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--x", temp.path()}),
+                 QString("2 veltrane-summary: unknown option '--x'; see --help\n"));
+        QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--x=1"}),
+                 QString("2 simulate-listener: unknown option '--x'; see --help\n"));
+        QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--plot", temp.filePath("plot.png"),
+                                              "--save-runs", temp.filePath("runs")}),
+                 QString("0 "));
+        QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"), "--png",
+                                             temp.filePath("png"), temp.filePath("runs")}),
+                 QString("0 "));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestTools)

@@ -4,10 +4,15 @@
 #include <QCommandLineParser>
 #include <QString>
 
-// Reading a whole-number option of the tools: the value, or a one-line
-// message for the user when the text is not a whole number of at least `min`.
+// Reading the tools' command lines: one-line messages for the user instead of
+// the parser's own texts.
 namespace OptionValue
 {
+
+// Parses `arguments` (the program's name first). --help and --version print
+// and end the program with status 0. Returns an empty text when the command
+// line can be used, else what is wrong with it ("unknown option '--x'").
+QString parse(QCommandLineParser &parser, const QStringList &arguments);
 
 // The option's value in *value; an empty text when it is usable, else what is
 // wrong with it ("--runs needs a whole number of at least 1, not 'x'").

@@ -4,6 +4,7 @@
 #include "runreader.h"
 #include "study.h"
 #include "tables.h"
+#include "toolkitmessages.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -98,6 +99,7 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
         qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    ToolkitMessages::keepOffStderr(tool);
     QApplication application(argc, argv);
     QApplication::setApplicationName(tool);
     QApplication::setApplicationVersion(VELTRANE_VERSION);
@@ -108,7 +110,7 @@ int main(int argc, char **argv)
         "threshold with the program's staircase, averages the thresholds in dB per subject and\n"
         "condition, fits the psychometric function 0.5 + (0.5 - lapse) F((x - alpha) / beta)\n"
         "(x in dB, F logistic) to the pooled trials, and writes runs.tsv, summary.tsv,\n"
-        "summary.json and report.pdf. Exit status: 0 all files used, 1 some left out,\n"
+        "trials.tsv, summary.json and report.pdf. Exit status: 0 all files used, 1 some left out,\n"
         "2 bad options or no results file found.");
     parser.addHelpOption();
     parser.addVersionOption();
@@ -132,7 +134,9 @@ int main(int argc, char **argv)
          "random seed, written into summary.json.",
          "S"},
     });
-    parser.process(application);
+    const QString problem = OptionValue::parse(parser, QApplication::arguments());
+    if (!problem.isEmpty())
+        usage(problem);
 
     const QStringList inputs = parser.positionalArguments();
     if (inputs.isEmpty())
@@ -212,9 +216,10 @@ int main(int argc, char **argv)
     const QDir folder(out);
     bool written = writeFile(folder.filePath("runs.tsv"), Tables::runs(rows).toUtf8());
     written &= writeFile(folder.filePath("summary.tsv"), Tables::summary(groups, rows).toUtf8());
+    written &= writeFile(folder.filePath("trials.tsv"), Tables::trials(rows).toUtf8());
     written &= writeFile(folder.filePath("summary.json"),
                          QJsonDocument(Tables::description(about)).toJson(QJsonDocument::Indented));
-    if (!Report::write(folder.filePath("report.pdf"), png, groups, rows,
+    if (!Report::write(folder.filePath("report.pdf"), png, groups, rows, leftOut,
                        progress("drawing", groups.size()))) {
         message(folder.filePath("report.pdf") + ": the report could not be written whole");
         written = false;

@@ -62,7 +62,8 @@ QString takeSidecar(const QString &path, RunRow &row, SidecarRecord &record, int
     row.session = record.session;
     row.soundType = record.soundType;
     row.mainParameter = record.mainParameter;
-    row.carrierHz = record.carrierFrequency;
+    // A noise has no carrier: its sidecar's carrier frequency was never used.
+    row.carrierHz = record.soundType == "noise" ? notAvailable : record.carrierFrequency;
     row.modulationHz = record.modulationFrequency;
     row.standardDepthPct = record.modulationDepth;
     row.durationMs = record.duration;
@@ -108,6 +109,7 @@ void recompute(RunRow &row, int numberOfReversals, int reversalsToCalculate)
             row.reversalTrials.append(i);
     }
     Staircase::computeResults(params);
+    row.averagedReversals = Staircase::averagedReversals(params);
     row.reversals = params.reversalCount;
     row.complete = row.reversals >= numberOfReversals;
     row.threshold = row.reversals > 0 ? params.threshold * factor : notAvailable;
@@ -117,8 +119,7 @@ void recompute(RunRow &row, int numberOfReversals, int reversalsToCalculate)
     // The spread of the reversals the threshold averages, in dB: the same
     // whatever the unit, so it is known for every run.
     QVector<double> averagedDb;
-    const int used = std::min(params.reversalsToCalculate, row.reversals);
-    for (int i = row.reversals - used; i < row.reversals; ++i)
+    for (int i = row.reversals - row.averagedReversals; i < row.reversals; ++i)
         averagedDb.append(20.0 * std::log10(params.reversalValues[i]));
     row.reversalSdDb =
         averagedDb.size() >= 2 ? Statistics::standardDeviation(averagedDb) : notAvailable;

@@ -27,9 +27,11 @@ struct RunRow {
     int faultyIntervals = 0;
 
     // Trials with the tracked value in the file's unit, and the trials (from
-    // 0) at which the staircase counted a reversal.
+    // 0) at which the staircase counted a reversal; the threshold averages
+    // the values of the last averagedReversals of them.
     QVector<TrialRecord> trials;
     QVector<int> reversalTrials;
+    int averagedReversals = 0;
     int reversals = 0;
     bool complete = false;
     double threshold = 0.0; // file's unit; NaN without reversals

@@ -169,6 +169,62 @@ const QVector<Column<GroupView>> &summaryColumns()
     return columns;
 }
 
+struct TrialView {
+    const RunRow *r;
+    int t; // the trial, from 0
+};
+
+// A runs.tsv column repeated on each of the run's trials.
+Column<TrialView> runColumn(const char *name)
+{
+    for (const Column<RunRow> &c : runColumns())
+        if (qstrcmp(c.name, name) == 0)
+            return {c.name, c.description, c.units,
+                    [cell = c.cell](const TrialView &v) { return cell(*v.r); }};
+    Q_UNREACHABLE();
+}
+
+const QVector<Column<TrialView>> &trialColumns()
+{
+    using V = TrialView;
+    static const QVector<Column<TrialView>> columns{
+        runColumn("file"),
+        runColumn("subject"),
+        runColumn("sound_type"),
+        runColumn("main_parameter"),
+        runColumn("carrier_hz"),
+        runColumn("modulation_hz"),
+        runColumn("standard_depth_pct"),
+        runColumn("duration_ms"),
+        runColumn("session"),
+        {"trial", "Trial of the run, from 1", "", [](const V &v) { return cell(v.t + 1); }},
+        // All the digits the results file has (six decimals), so a level can be
+        // matched to its line there.
+        {"level", "The deviant's tracked value, as in the results file", fileUnit,
+         [](const V &v) { return QString::number(v.r->trials[v.t].value, 'g', 15); }},
+        {"level_db",
+         "20 log10 of the level as a fraction (depth / 100, frequency difference / carrier)", "dB",
+         [](const V &v) { return cell(v.r->levelDb(v.t)); }},
+        {"stimulus_position", "The sound that differed: 2 or 3", "",
+         [](const V &v) { return cell(v.r->trials[v.t].stimPosition); }},
+        {"response_position", "The sound the participant named: 2 or 3", "",
+         [](const V &v) { return cell(v.r->trials[v.t].responsePosition); }},
+        {"correct", "1 for a right answer, else 0", "",
+         [](const V &v) { return flag(v.r->trials[v.t].correct); }},
+        {"reaction_time_ms", "Time from the end of the fourth sound to the answer", "ms",
+         [](const V &v) { return cell(v.r->trials[v.t].reactionTime); }},
+        {"reversal", "1 when the staircase took this trial's level as a reversal value, else 0", "",
+         [](const V &v) { return flag(v.r->reversalTrials.contains(v.t)); }},
+        {"counted", "1 when this trial's reversal value enters the run's threshold, else 0", "",
+         [](const V &v) {
+             const int k = v.r->reversalTrials.indexOf(v.t);
+             return flag(k >= 0 && k >= v.r->reversalTrials.size() - v.r->averagedReversals);
+         }},
+        runColumn("included"),
+    };
+    return columns;
+}
+
 template <typename Row> QString table(const QVector<Column<Row>> &columns, const QVector<Row> &rows)
 {
     QStringList lines, names;
@@ -210,10 +266,20 @@ QString Tables::summary(const QVector<StudyGroup> &groups, const QVector<RunRow>
     return table(summaryColumns(), views);
 }
 
+QString Tables::trials(const QVector<RunRow> &rows)
+{
+    QVector<TrialView> views;
+    for (const RunRow &r : rows)
+        for (int t = 0; t < r.trials.size(); ++t)
+            views.append({&r, t});
+    return table(trialColumns(), views);
+}
+
 QJsonObject Tables::description(const QJsonObject &about)
 {
     QJsonObject object = about;
     object.insert("runs.tsv", describe(runColumns()));
     object.insert("summary.tsv", describe(summaryColumns()));
+    object.insert("trials.tsv", describe(trialColumns()));
     return object;
 }

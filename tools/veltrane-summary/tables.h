@@ -15,8 +15,10 @@ namespace Tables
 
 QString runs(const QVector<RunRow> &rows);
 QString summary(const QVector<StudyGroup> &groups, const QVector<RunRow> &rows);
+// One row per trial of every run, in the rows' order and trial order.
+QString trials(const QVector<RunRow> &rows);
 
-// What each column of both tables means and its unit, beside `about` (the
+// What each column of the tables means and its unit, beside `about` (the
 // software, the options and the seed the tables were made with).
 QJsonObject description(const QJsonObject &about);
 
