@@ -156,8 +156,7 @@ QString saveRun(const QDir &dir, const QString &subject, int sessionType, int se
     return name;
 }
 
-// The task's psychometric function, its closed-form inverse, and the
-// log-likelihood of trials pooled by level (dB: trials, correct).
+// The task's psychometric function and its closed-form inverse.
 double psi(double x, double alpha, double beta, double lapse)
 {
     return 0.5 + (0.5 - lapse) / (1 + std::exp(-(x - alpha) / beta));
@@ -167,20 +166,6 @@ double levelAt(double p, double alpha, double beta, double lapse)
 {
     const double f = (p - 0.5) / (0.5 - lapse);
     return alpha + beta * std::log(f / (1 - f));
-}
-
-using Counts = QMap<double, QPair<int, int>>;
-
-double logLikelihood(const Counts &counts, const Row &fit, double dAlpha = 0, double dBeta = 0,
-                     double dLapse = 0)
-{
-    double sum = 0;
-    for (auto it = counts.begin(); it != counts.end(); ++it) {
-        const double p = psi(it.key(), fit["alpha_db"].toDouble() + dAlpha,
-                             fit["beta_db"].toDouble() + dBeta, fit["lapse"].toDouble() + dLapse);
-        sum += it->second * std::log(p) + (it->first - it->second) * std::log(1 - p);
-    }
-    return sum;
 }
 } // namespace
 
@@ -218,17 +203,16 @@ private slots:
         const Facts later = facts(saveRun(data, "S04", 1, 1, true, 1000, {}, 1, 0.3, 40));
         const Facts earlier = facts(saveRun(data, "S04", 1, 2, true, 1000, {}, 1, 0.1, 20));
         // Simulated participants: frequency runs of two, depth runs of one.
-        QVector<QStringList> simulated;
+        QStringList simulated;
         for (const QStringList &batch :
              {QStringList{"--quantity", "frequency", "--carrier", "500", "--alpha", "-40", "--runs",
                           "4", "--runs-per-subject", "2"},
               {"--lapse", "0.02", "--runs", "5"}}) {
-            QCOMPARE(runTool(SIMULATE_LISTENER_PATH,
-                             batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim.tsv"),
-                                                 "--save-runs", data.path()})
-                         .status,
-                     0);
-            simulated.append(QString(contents(temp.filePath("sim.tsv"))).split('\n').mid(1, -1));
+            runTool(SIMULATE_LISTENER_PATH,
+                    batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"), "--save-runs",
+                                        data.path()});
+            simulated += QString(contents(temp.filePath("sim"))).split('\n').mid(1, -1);
+            simulated.removeLast();
         }
 
         const QString out = temp.filePath("out");
@@ -236,12 +220,10 @@ private slots:
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
         const QString said = first.messages.join('\n');
         QVERIFY2(first.status == 1 && first.messages.size() == 2 &&
-                     said.contains(QString("veltrane-summary: %1:%2: 4 columns instead of 5")
-                                       .arg(cut)
-                                       .arg(whole.count('\n'))) &&
-                     said.contains(QRegularExpression(
-                         "veltrane-summary: " + QRegularExpression::escape(broken) +
-                         ":\\d+: not valid JSON")),
+                     said.contains(QString("%1:%2: 4 columns").arg(cut).arg(whole.count('\n'))) &&
+                     said.contains(QString("%1:%2: not valid JSON")
+                                       .arg(broken)
+                                       .arg(contents(broken).count('\n') + 1)),
                  qPrintable(said));
 
         QStringList order;
@@ -260,46 +242,43 @@ private slots:
                 near(r["chose_2_pct"], 100.0 * g.chose2 / n) && near(r["mean_rt_ms"], mean(rt)) &&
                 near(r["median_rt_ms"], (rt[(n - 1) / 2] + rt[n / 2]) / 2));
         const Row &faulty = runs["S01_test003_noise_modulation depth.txt"];
-        QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["excluded_because"] + "|" +
-                     faulty["excluded_because"] + faulty["complete"] + faulty["faulty_intervals"] +
-                     "|" + runs[QFileInfo(changed).fileName()]["excluded_because"],
-                 QString("practice|incomplete,faulty01|threshold mismatch"));
         const Row &lone = runs[QFileInfo(alone).fileName()];
         // Without a sidecar the file name says who, which session and what.
-        QCOMPARE(lone["subject"] + lone["session_type"] + lone["session"] + lone["sound_type"] +
+        QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["excluded_because"] + "|" +
+                     faulty["excluded_because"] + faulty["complete"] + faulty["faulty_intervals"] +
+                     "|" + runs[QFileInfo(changed).fileName()]["excluded_because"] + "|" +
+                     lone["subject"] + lone["session_type"] + lone["session"] + lone["sound_type"] +
                      lone["sidecar"] + lone["included"] + lone["carrier_hz"] + lone["acquired"],
-                 QString("S02test1noise01"));
-        // The simulated runs: as the simulator found them, under its names,
-        // sound types, carrier and start times. The depth runs' trials pooled.
-        Counts counts;
+                 QString("practice|incomplete,faulty01|threshold mismatch|S02test1noise01"));
+        // The simulated runs as the simulator found them, under its names,
+        // sound types, carrier and start times; the depth runs' trials pooled
+        // by level (dB: trials, correct).
+        QMap<double, QPair<int, int>> counts;
         QVector<double> depthDb;
-        for (int k = 0; k < 2; ++k)
-            for (int i = 0; i < simulated[k].size() - 1; ++i) {
-                const int perSubject = k == 0 ? 2 : 5;
-                const QString name =
-                    QString("SIM%1_test%2_%3.txt")
-                        .arg(i / perSubject + 1, 3, 10, QChar('0'))
-                        .arg(i % perSubject + 1, 3, 10, QChar('0'))
-                        .arg(k == 0 ? "sinusoid_carrier frequency" : "noise_modulation depth");
-                const Row &row = runs[name];
-                const QString &line = simulated[k][i];
-                QVERIFY2(
-                    row["included"] == "1" && row["trials"] == line.section('\t', 1, 1) &&
-                        near(row["threshold_db"], line.section('\t', 4, 4).toDouble(), 1e-4) &&
-                        row["acquired"] ==
-                            QString("2024-01-01T09:%1:00+00:00").arg(10 * i, 2, 10, QChar('0')) &&
-                        (k == 1 || near(row["carrier_hz"], 500)),
-                    qPrintable(name));
-                if (k == 1) {
-                    depthDb.append(row["threshold_db"].toDouble());
-                    const Facts f = facts(data.filePath(name));
-                    for (int t = 0; t < f.values.size(); ++t) {
-                        auto &c = counts[20 * std::log10(f.values[t] / 100)];
-                        c.first += 1;
-                        c.second += f.right[t];
-                    }
-                }
+        for (int i = 0; i < simulated.size(); ++i) {
+            const int depth = i >= 4, run = i - 4 * depth, perSubject = depth ? 5 : 2;
+            const QString name =
+                QString("SIM%1_test%2_%3.txt")
+                    .arg(run / perSubject + 1, 3, 10, QChar('0'))
+                    .arg(run % perSubject + 1, 3, 10, QChar('0'))
+                    .arg(depth ? "noise_modulation depth" : "sinusoid_carrier frequency");
+            const Row &row = runs[name];
+            QVERIFY2(
+                row["included"] == "1" && row["trials"] == simulated[i].section('\t', 1, 1) &&
+                    near(row["threshold_db"], simulated[i].section('\t', 4, 4).toDouble(), 1e-4) &&
+                    row["acquired"] ==
+                        QString("2024-01-01T09:%1:00+00:00").arg(10 * run, 2, 10, QChar('0')) &&
+                    (depth || near(row["carrier_hz"], 500)),
+                qPrintable(name));
+            const Facts f = facts(data.filePath(name));
+            for (int t = 0; depth && t < f.values.size(); ++t) {
+                auto &c = counts[20 * std::log10(f.values[t] / 100)];
+                c.first += 1;
+                c.second += f.right[t];
             }
+            if (depth)
+                depthDb.append(row["threshold_db"].toDouble());
+        }
 
         QStringList groups;
         auto summary = table(out + "/summary.tsv", {"subject", "sound_type"}, &groups);
@@ -307,7 +286,8 @@ private slots:
                                            "noise,SIM001 sinusoid,SIM002 sinusoid"));
         const Row &s01 = summary["S01 noise"];
         QCOMPARE(s01["runs"] + s01["alpha_db"] + s01["x66_db"] + s01["deviance"] +
-                     s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"],
+                     s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"] +
+                     summary["SIM002 sinusoid"]["alpha_db"],
                  QString("40"));
         QVERIFY(s01["fit_trials"].toInt() >= 100);
         // Two runs: the t interval with 1 degree of freedom, t = tan(0.475 pi).
@@ -321,37 +301,46 @@ private slots:
                      near(s04["ci95_high_db"], (a + b) / 2 + half) &&
                      near(s04["geometric_mean"], std::sqrt(earlier.threshold * later.threshold)) &&
                      near(s04["median_threshold"], (earlier.threshold + later.threshold) / 2) &&
-                     near(s04["first_to_last_db"], b - a) &&
-                     summary["SIM002 sinusoid"]["alpha_db"] == "",
+                     near(s04["first_to_last_db"], b - a),
                  qPrintable(QStringList(s04.values()).join(' ')));
-        // The simulated listener's fit: the maximum of the likelihood (computed
-        // here), its deviance, x66 and x75 from the inverse of the function.
-        const Row fixed = summary["SIM001 noise"];
-        double deviance = 0, pooled = 0;
-        for (auto it = counts.begin(); it != counts.end(); ++it) {
-            const double m = it->first, k = it->second;
-            const double p =
-                psi(it.key(), fixed["alpha_db"].toDouble(), fixed["beta_db"].toDouble(), 0.02);
-            pooled += m;
-            deviance += 2 * ((k > 0 ? k * std::log(k / (m * p)) : 0) +
-                             (k < m ? (m - k) * std::log((m - k) / (m * (1 - p))) : 0));
-        }
-        const auto at = [&](double p) {
-            return levelAt(p, fixed["alpha_db"].toDouble(), fixed["beta_db"].toDouble(), 0.02);
+
+        // The simulated listener's fit: the maximum of the log-likelihood
+        // computed here, its deviance (twice the distance to the saturated
+        // model's), x66 and x75 from the inverse of the function.
+        const Row fit = summary["SIM001 noise"];
+        const double alpha = fit["alpha_db"].toDouble(), beta = fit["beta_db"].toDouble();
+        const auto logLikelihood = [&](double a, double b, bool saturated = false) {
+            double sum = 0;
+            for (auto it = counts.begin(); it != counts.end(); ++it) {
+                const double m = it->first, k = it->second;
+                const double p = saturated ? k / m : psi(it.key(), a, b, 0.02);
+                sum += (k > 0 ? k * std::log(p) : 0) + (k < m ? (m - k) * std::log(1 - p) : 0);
+            }
+            return sum;
         };
-        const double replicates = 201 - fixed["bootstrap_failed"].toInt();
-        const double larger = fixed["deviance_p"].toDouble() * replicates;
-        QVERIFY2(near(fixed["mean_threshold_db"], mean(depthDb)) &&
-                     near(fixed["sd_db"], stdDev(depthDb)) && near(fixed["fit_trials"], pooled) &&
-                     fixed["lapse"] == "0.02" && near(fixed["deviance"], deviance, 1e-5) &&
-                     near(fixed["x66_db"], at(2.0 / 3), 1e-5) &&
-                     near(fixed["x75_db"], at(0.75), 1e-5) && replicates > 180 &&
-                     std::abs(larger - std::round(larger)) < 1e-3 && larger > 0.5,
-                 qPrintable(QStringList(fixed.values()).join(' ')));
+        const double best = logLikelihood(alpha, beta);
+        const double deviance = 2 * (logLikelihood(0, 0, true) - best);
+        const double replicates = 201 - fit["bootstrap_failed"].toInt();
+        const double larger = fit["deviance_p"].toDouble() * replicates;
+        QVERIFY2(near(fit["mean_threshold_db"], mean(depthDb)) &&
+                     near(fit["sd_db"], stdDev(depthDb)) && fit["lapse"] == "0.02" &&
+                     near(fit["deviance"], deviance, 1e-5) &&
+                     near(fit["x66_db"], levelAt(2.0 / 3, alpha, beta, 0.02), 1e-5) &&
+                     near(fit["x75_db"], levelAt(0.75, alpha, beta, 0.02), 1e-5) &&
+                     replicates > 180 && std::abs(larger - std::round(larger)) < 1e-3 &&
+                     larger > 0.5 && logLikelihood(alpha - 0.05, beta) < best &&
+                     logLikelihood(alpha + 0.05, beta) < best &&
+                     logLikelihood(alpha, beta - 0.05) < best &&
+                     logLikelihood(alpha, beta + 0.05) < best,
+                 qPrintable(QStringList(fit.values()).join(' ')));
+        int trials = 0;
+        for (const auto &c : counts)
+            trials += c.first;
+        QCOMPARE(fit["fit_trials"].toInt(), trials);
         // Each estimate inside its bootstrap interval, the listener's alpha too.
         for (const QString name : {"alpha_db", "beta_db", "x66_db"}) {
-            const double low = fixed[name + "_ci95_low"].toDouble(), value = fixed[name].toDouble();
-            const double high = fixed[name + "_ci95_high"].toDouble();
+            const double low = fit[name + "_ci95_low"].toDouble(), value = fit[name].toDouble();
+            const double high = fit[name + "_ci95_high"].toDouble();
             QVERIFY2(low < value && value < high &&
                          (name != "alpha_db" || (low < -20 && -20 < high)),
                      qPrintable(name));
@@ -362,62 +351,29 @@ private slots:
         for (const char *name : {"/runs.tsv", "/summary.tsv"})
             QCOMPARE(contents(temp.filePath("again") + name), contents(out + name));
         QVERIFY(QJsonDocument::fromJson(contents(out + "/summary.json"))["Seed"] == "5");
-
-        // The reasons a user may take away, and a free lapse rate: within its
-        // bounds, at least as likely as the fixed one; both fits maxima.
-        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out, "--include-practice",
-                                                            "--include-faulty", "--free-lapse"} +
-                                                    options)
-                     .status,
-                 1);
-        runs = table(out + "/runs.tsv", {"file"});
-        QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["included"] +
-                     runs["S01_test003_noise_modulation depth.txt"]["excluded_because"],
-                 QString("1incomplete"));
-        const Row free = table(out + "/summary.tsv", {"subject", "sound_type"})["SIM001 noise"];
-        QVERIFY(free["lapse"].toDouble() <= 0.06 &&
-                logLikelihood(counts, free) >= logLikelihood(counts, fixed) - 1e-6);
-        for (const Row &fit : {fixed, free})
-            for (double d : {-0.05, 0.05}) {
-                const double best = logLikelihood(counts, fit), lapse = fit["lapse"].toDouble();
-                QVERIFY(logLikelihood(counts, fit, d) < best &&
-                        logLikelihood(counts, fit, 0, d) < best &&
-                        (fit == fixed || lapse + d / 10 < 0 || lapse + d / 10 > 0.06 ||
-                         logLikelihood(counts, fit, 0, 0, d / 10) < best));
-            }
     }
 
     // Refusals: status 2 and the tool's own message, nothing written.
     void refusals()
     {
         QTemporaryDir temp;
-        const QDir data(temp.filePath("data"));
-        const QString run = saveRun(data, "S01", 1, 1, true);
-        QDir(temp.path()).mkdir("empty");
+        const QString run = saveRun(QDir(temp.path()), "S01", 1, 1, true);
         const QString summary = VELTRANE_SUMMARY_PATH, simulator = SIMULATE_LISTENER_PATH;
-        for (const QStringList &arguments : {QStringList{summary, temp.filePath("empty")},
+        for (const QStringList &arguments : {QStringList{summary, temp.path() + "/none"},
                                              {summary, "--bootstrap", "x", run},
-                                             {summary, "--last", "0", run},
                                              {summary, "--lapse", "0.5", run},
-                                             {summary, "--free-lapse", "--lapse", "0.07", run},
                                              {summary, "--seed", "x", run},
-                                             {summary, "--max-reversal-sd", "-1", run},
-                                             {summary, temp.filePath("none")},
-                                             {summary, "--out", data.filePath("out"), data.path()},
-                                             {summary, "--png", data.filePath("png"), data.path()},
+                                             {summary, "--out", temp.filePath("out"), temp.path()},
                                              {simulator, "--quantity", "x"},
-                                             {simulator, "--listener", "x"},
                                              {simulator, "--beta", "0"},
                                              {simulator, "--lapse", "0.5"},
-                                             {simulator, "--carrier", "0"},
                                              {simulator, "--runs", "0"},
-                                             {simulator, "--alpha", "x"},
                                              {simulator, "extra"}}) {
             const Outcome refused = runTool(arguments.first(), arguments.mid(1));
-            QVERIFY2(refused.status == 2 && refused.messages.size() >= 1,
+            QVERIFY2(refused.status == 2 && !refused.messages.isEmpty(),
                      qPrintable(arguments.join(' ')));
         }
-        QCOMPARE(data.entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size(), 2);
+        QCOMPARE(QDir(temp.path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size(), 2);
     }
 
     // The simulator's terminal table against its own per-run table, and the
@@ -429,46 +385,31 @@ private slots:
         const Outcome run = runTool(SIMULATE_LISTENER_PATH,
                                     {"--alpha", "-20", "--beta", "3", "--lapse", "0.04", "--runs",
                                      "30", "--max-trials", "40", "--seed", "9", "--tsv", tsv});
-        QVector<double> pct, db, trials;
+        QVector<double> pct, db;
         for (const QString &line : QString(contents(tsv)).split('\n'))
             if (line.endsWith("\t1")) {
                 pct.append(line.section('\t', 3, 3).toDouble());
                 db.append(line.section('\t', 4, 4).toDouble());
-                trials.append(line.section('\t', 1, 1).toDouble());
             }
-        const auto number = [&](const QString &label, int i = 0) {
-            return run.out.section(label, 1)
-                .section('\n', 0, 0)
-                .simplified()
-                .section(' ', i, i)
-                .toDouble();
+        const auto near = [&](const QString &label, int column, double expected, double tolerance) {
+            return std::abs(run.out.section(label, 1)
+                                .simplified()
+                                .section(' ', column, column)
+                                .toDouble() -
+                            expected) < tolerance;
         };
         const double point = levelAt(2.0 / 3, -20, 3, 0.04);
-        const double atMean =
-            100 * psi(20 * std::log10(number("Threshold (%)") / 100), -20, 3, 0.04);
-        QVERIFY2(pct.size() > 10 &&
-                     run.out.contains(QString("Runs:      30 (%1 finished)").arg(pct.size())) &&
+        QVERIFY2(pct.size() > 10 && run.out.contains(QString("(%1 finished)").arg(pct.size())) &&
                      run.out.contains(QString("%1 runs did not reach 14 reversals within 40 trials")
                                           .arg(30 - pct.size())) &&
-                     std::abs(number("Threshold (%)") - mean(pct)) < 1e-3 &&
-                     std::abs(number("Threshold (%)", 1) - stdDev(pct)) < 1e-3 &&
-                     std::abs(number("Threshold (dB)") - mean(db)) < 0.006 &&
-                     std::abs(number("Threshold (dB)", 1) - stdDev(db)) < 0.006 &&
-                     std::abs(number("Trials per run (mean)") - mean(trials)) < 0.06 &&
-                     std::abs(number("Percent correct at the mean threshold") - atMean) < 0.06 &&
-                     std::abs(number("Listener's 66.7 % point") - point) < 0.006 &&
-                     std::abs(number("Mean threshold re that point") - mean(db) + point) < 0.011,
+                     near("Threshold (%)", 0, mean(pct), 1e-3) &&
+                     near("Threshold (%)", 1, stdDev(pct), 1e-3) &&
+                     near("Threshold (dB)", 0, mean(db), 0.006) &&
+                     near("Percent correct at the mean threshold", 0,
+                          100 * psi(20 * std::log10(mean(pct) / 100), -20, 3, 0.04), 0.06) &&
+                     near("Listener's 66.7 % point", 0, point, 0.006) &&
+                     near("Mean threshold re that point", 0, mean(db) - point, 0.011),
                  qPrintable(run.out));
-
-        // A listener who is always wrong climbs to the ceiling and stays there.
-        const Outcome deaf =
-            runTool(SIMULATE_LISTENER_PATH, {"--listener", "step", "--alpha", "10", "--runs", "3",
-                                             "--max-trials", "20", "--seed", "1"});
-        QVERIFY2(
-            deaf.out.contains("Runs:      3 (0 finished)") &&
-                deaf.out.contains("3 runs did not reach 14 reversals within 20 trials") &&
-                deaf.out.contains(QRegularExpression("Runs that reached the upper limit +100.0 %")),
-            qPrintable(deaf.out));
     }
 
     // Every trial of a noise and of a sinusoid run in trials.tsv, against the
