@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+class TrackReplay;
+
 // The trials of one level pooled: how many were answered and how many right.
 struct LevelCount {
     double levelDb = 0.0;
@@ -39,12 +41,16 @@ struct FitResult {
 namespace PsychometricFit
 {
 
-// Pools trials by level (levels equal to 1e-6 dB are one), sorted by level.
-QVector<LevelCount> pool(const QVector<double> &levelsDb, const QVector<bool> &correct);
+// The entry of `levelDb` in `levels`, trials pooled by level and sorted by
+// it, added with no trials when missing. Levels within 1e-6 dB are one.
+LevelCount &level(QVector<LevelCount> &levels, double levelDb);
 
 // Fits ψ(x) = 0.5 + (0.5 − λ)·F((x − α)/β) by maximum likelihood (GSL's
-// BFGS minimiser with the analytic gradient) and bootstraps it with GSL's
-// generator seeded by `seed`, so a seed repeats the result exactly.
-FitResult fit(const QVector<LevelCount> &levels, const FitOptions &options, std::uint64_t seed);
+// BFGS minimiser with the analytic gradient) to `levels`, the trials of
+// `tracks` pooled, and bootstraps it: each replicate runs the tracks again
+// under the fitted function and is refitted. GSL's generator, seeded by
+// `seed`, draws the answers, so a seed repeats the result exactly.
+FitResult fit(const QVector<LevelCount> &levels, const TrackReplay &tracks,
+              const FitOptions &options, std::uint64_t seed);
 
 } // namespace PsychometricFit
