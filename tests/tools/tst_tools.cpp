@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
+#include "overview.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
@@ -47,8 +48,8 @@ void rewrite(const QString &path, const QByteArray &bytes)
 using Row = QMap<QString, QString>;
 
 // A tab-separated table as rows of named cells, keyed by the named columns'
-// cells (a file by its name alone); `order` gets the keys in the table's order.
-QMap<QString, Row> table(const QString &path, const QStringList &key, QStringList *order = nullptr)
+// cells (a file by its name alone).
+QMap<QString, Row> table(const QString &path, const QStringList &key)
 {
     QStringList lines = QString(contents(path)).split('\n', Qt::SkipEmptyParts);
     const QStringList names = lines.takeFirst().split('\t');
@@ -62,8 +63,6 @@ QMap<QString, Row> table(const QString &path, const QStringList &key, QStringLis
         for (const QString &column : key)
             k.append(row[column]);
         rows[k.join(' ')] = row;
-        if (order)
-            order->append(k.join(' '));
     }
     return rows;
 }
@@ -75,8 +74,9 @@ bool matches(const Row &row, const QString &names, const QVector<double> &expect
 {
     const QStringList columns = names.split(' ');
     for (int i = 0; i < columns.size(); ++i)
-        if (row[columns[i]].isEmpty() || !(std::abs(row[columns[i]].toDouble() - expected[i]) <=
-                                           tolerance * std::max(1.0, std::abs(expected[i]))))
+        if (!(std::abs(row[columns[i]].toDouble() - expected[i]) <=
+              tolerance * std::max(1.0, std::abs(expected[i]))) ||
+            row[columns[i]].isEmpty())
             return false;
     return true;
 }
@@ -97,7 +97,7 @@ double stdDev(const QVector<double> &v)
 // A results file read by hand: the values at which the answer changed from
 // the one before are the reversals; the threshold is the mean of the last 8.
 struct Facts {
-    QVector<double> values, reactionTimes, averagedDb;
+    QVector<double> values, averagedDb;
     QVector<bool> right;
     double threshold = 0; // %
     double db() const { return 20 * std::log10(threshold / 100); }
@@ -110,7 +110,6 @@ Facts facts(const QString &path)
         if (!line.isEmpty()) {
             f.values.append(line.section('\t', 0, 0).toDouble());
             f.right.append(line.section('\t', 3, 3) == "1");
-            f.reactionTimes.append(line.section('\t', 4, 4).toDouble());
         }
     QVector<double> reversals;
     for (int i = 1; i < f.values.size(); ++i)
@@ -191,9 +190,8 @@ private slots:
         const QString good = saveRun(data, "S01", 1, 1, true);
         saveRun(data, "S01", 0, 2, true);               // practice
         saveRun(data, "S01", 1, 3, true, 10, {{2, 3}}); // stopped early, a sound lost
-        const QString changed = saveRun(data, "S03", 1, 4, true, 1000, {}, 0);
-        QByteArray sidecar = contents(Sidecar::path(changed));
-        rewrite(Sidecar::path(changed), sidecar.replace("\"Threshold\": ", "\"Threshold\": 1"));
+        const QString changed = Sidecar::path(saveRun(data, "S03", 1, 4, true, 1000, {}, 0));
+        rewrite(changed, contents(changed).replace("\"Threshold\": ", "\"Threshold\": 1"));
         const QString alone = saveRun(data, "S02", 1, 1, false);
         const QString broken = Sidecar::path(saveRun(data, "S01", 1, 6, true));
         rewrite(broken, contents(broken).left(200));
@@ -207,55 +205,54 @@ private slots:
         const Facts earlier = facts(saveRun(data, "S04", 1, 2, true, 1000, {}, 1, 0.1, 20));
         // Simulated participants: frequency runs of two, depth runs of one.
         QStringList simulated;
+        Outcome simulator;
         for (const QStringList &batch :
              {QStringList{"--quantity", "frequency", "--carrier", "500", "--alpha", "-40", "--runs",
                           "4", "--runs-per-subject", "2"},
               {"--lapse", "0.02", "--runs", "5"}}) {
-            runTool(SIMULATE_LISTENER_PATH,
-                    batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"), "--save-runs",
-                                        data.path()});
-            simulated += QString(contents(temp.filePath("sim"))).split('\n').mid(1, -1);
-            simulated.removeLast();
+            simulator = runTool(SIMULATE_LISTENER_PATH,
+                                batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"),
+                                                    "--save-runs", data.path()});
+            QCOMPARE(simulator.status, 0);
+            simulated +=
+                QString(contents(temp.filePath("sim"))).split('\n', Qt::SkipEmptyParts).mid(1);
         }
 
         const QString out = temp.filePath("out");
-        const QStringList options{"--seed", "5", "--bootstrap", "200", data.path()};
+        const QStringList options{"--seed", "5", "--bootstrap", "200", "--free-lapse", data.path()};
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
-        const QString said = first.messages.join('\n');
-        QVERIFY2(first.status == 1 && first.messages.size() == 1 &&
-                     said.contains(QString("%1:%2: not valid JSON")
-                                       .arg(broken)
-                                       .arg(contents(broken).count('\n') + 1)),
-                 qPrintable(said));
+        QVERIFY(first.status == 1 && first.messages.size() == 1 &&
+                first.messages[0].contains(QString("%1:%2: not valid JSON")
+                                               .arg(broken)
+                                               .arg(contents(broken).count('\n') + 1)));
 
-        QStringList order;
-        auto runs = table(out + "/runs.tsv", {"file"}, &order);
-        QVERIFY(runs.size() == 19 && std::is_sorted(order.begin(), order.end()));
+        auto runs = table(out + "/runs.tsv", {"file"});
+        const QStringList lines =
+            QString(contents(out + "/runs.tsv")).split('\n', Qt::SkipEmptyParts).mid(1);
+        QVERIFY(runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
         const Facts g = facts(good);
         const int n = g.values.size();
-        QVector<double> rt = g.reactionTimes;
-        std::sort(rt.begin(), rt.end());
         const Row &r = runs[QFileInfo(good).fileName()];
         QCOMPARE(r["included"] + " " + r["trials"] + " " + r["reversals"] + " " + r["acquired"],
                  QString("1 %1 14 2024-03-01T09:01:00+00:00").arg(n));
-        QVERIFY(matches(
-            r, "threshold threshold_db reversal_sd_db percent_correct mean_rt_ms median_rt_ms",
-            {g.threshold, g.db(), stdDev(g.averagedDb), 100.0 * g.right.count(true) / n, mean(rt),
-             (rt[(n - 1) / 2] + rt[n / 2]) / 2}));
+        QVERIFY(
+            matches(r, "threshold threshold_db reversal_sd_db percent_correct",
+                    {g.threshold, g.db(), stdDev(g.averagedDb), 100.0 * g.right.count(true) / n}));
         const Row &faulty = runs["S01_test003_noise_modulation depth.txt"];
         const Row &lone = runs[QFileInfo(alone).fileName()];
         // Without a sidecar the file name says who, which session and what.
         QCOMPARE(runs["S01_practice002_noise_modulation depth.txt"]["excluded_because"] + "|" +
                      faulty["excluded_because"] + faulty["complete"] + faulty["faulty_intervals"] +
-                     "|" + runs[QFileInfo(changed).fileName()]["excluded_because"] + "|" +
-                     lone["subject"] + lone["session_type"] + lone["session"] + lone["sound_type"] +
-                     lone["sidecar"] + lone["included"] + lone["carrier_hz"] + lone["acquired"],
+                     "|" + runs["S03_test004_sinusoid_carrier frequency.txt"]["excluded_because"] +
+                     "|" + lone["subject"] + lone["session_type"] + lone["session"] +
+                     lone["sound_type"] + lone["sidecar"] + lone["included"] + lone["carrier_hz"] +
+                     lone["acquired"],
                  QString("practice|incomplete,faulty01|threshold mismatch|S02test1noise01"));
         // The simulated runs as the simulator found them, under its names,
         // sound types, carrier and start times; the depth runs' trials pooled
         // by level (dB: trials, correct).
         QMap<double, QPair<int, int>> counts;
-        QVector<double> depthDb;
+        QVector<double> depthDb, depthPct;
         int pooled = 0;
         for (int i = 0; i < simulated.size(); ++i) {
             const int depth = i >= 4, run = i - 4 * depth, perSubject = depth ? 5 : 2;
@@ -269,8 +266,11 @@ private slots:
                 row["included"] + row["trials"] + row["acquired"] ==
                         "1" + simulated[i].section('\t', 1, 1) +
                             QString("2024-01-01T09:%1:00+00:00").arg(10 * run, 2, 10, QChar('0')) &&
-                    matches(row, depth ? "threshold_db" : "threshold_db carrier_hz",
-                            {simulated[i].section('\t', 4, 4).toDouble(), 500}, 1e-4),
+                    matches(row,
+                            depth ? "threshold threshold_db" : "threshold threshold_db carrier_hz",
+                            {simulated[i].section('\t', 3, 3).toDouble(),
+                             simulated[i].section('\t', 4, 4).toDouble(), 500},
+                            1e-4),
                 qPrintable(name));
             const Facts f = facts(data.filePath(name));
             for (int t = 0; depth && t < f.values.size(); ++t, ++pooled) {
@@ -278,17 +278,18 @@ private slots:
                 c.first += 1;
                 c.second += f.right[t];
             }
-            if (depth)
+            if (depth) {
                 depthDb.append(row["threshold_db"].toDouble());
+                depthPct.append(row["threshold"].toDouble());
+            }
         }
 
         auto summary = table(out + "/summary.tsv", {"subject", "sound_type"});
         const Row &s01 = summary["S01 noise"];
-        QCOMPARE(s01["runs"] + s01["alpha_db"] + s01["x66_db"] + s01["deviance"] +
-                     s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"] +
+        QCOMPARE(s01["runs"] + " " + s01["fit_trials"] + " " + s01["alpha_db"] + s01["x66_db"] +
+                     s01["deviance"] + s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"] +
                      summary["SIM002 sinusoid"]["alpha_db"],
-                 QString("40"));
-        QVERIFY(s01["fit_trials"].toInt() >= 100);
+                 QString("4 %1 0").arg(4 * n));
         // Two runs: the t interval with 1 degree of freedom, t = tan(0.475 pi).
         const double a = earlier.db(), b = later.db(), d = std::abs(a - b);
         QVERIFY(matches(summary["S04 noise"],
@@ -306,32 +307,51 @@ private slots:
         // interval that holds the estimate and the listener's alpha.
         const Row fit = summary["SIM001 noise"];
         const double alpha = fit["alpha_db"].toDouble(), beta = fit["beta_db"].toDouble();
-        const auto logLikelihood = [&](double a, double b, bool saturated = false) {
+        const double lapse = fit["lapse"].toDouble();
+        const auto logLikelihood = [&](double a, double b, double l, bool saturated = false) {
             double sum = 0;
             for (auto it = counts.begin(); it != counts.end(); ++it) {
                 const double m = it->first, k = it->second;
-                const double p = saturated ? k / m : psi(it.key(), a, b, 0.02);
+                const double p = saturated ? k / m : psi(it.key(), a, b, l);
                 sum += (k > 0 ? k * std::log(p) : 0) + (k < m ? (m - k) * std::log(1 - p) : 0);
             }
             return sum;
         };
-        const double best = logLikelihood(alpha, beta);
+        const double best = logLikelihood(alpha, beta, lapse);
         const double replicates = 201 - fit["bootstrap_failed"].toInt();
         const double larger = fit["deviance_p"].toDouble() * replicates;
-        const double low = fit["alpha_db_ci95_low"].toDouble();
-        const double high = fit["alpha_db_ci95_high"].toDouble();
-        QVERIFY2(matches(fit, "mean_threshold_db sd_db fit_trials lapse deviance x66_db x75_db",
-                         {mean(depthDb), stdDev(depthDb), double(pooled), 0.02,
-                          2 * (logLikelihood(0, 0, true) - best),
-                          levelAt(2.0 / 3, alpha, beta, 0.02), levelAt(0.75, alpha, beta, 0.02)},
+        QVERIFY2(matches(fit, "mean_threshold_db sd_db fit_trials deviance x66_db x75_db",
+                         {mean(depthDb), stdDev(depthDb), double(pooled),
+                          2 * (logLikelihood(0, 0, 0, true) - best),
+                          levelAt(2.0 / 3, alpha, beta, lapse), levelAt(0.75, alpha, beta, lapse)},
                          1e-5) &&
-                     replicates > 180 && std::abs(larger - std::round(larger)) < 1e-3 &&
-                     larger > 0.5 && logLikelihood(alpha - 0.05, beta) < best &&
-                     logLikelihood(alpha + 0.05, beta) < best &&
-                     logLikelihood(alpha, beta - 0.05) < best &&
-                     logLikelihood(alpha, beta + 0.05) < best && low < -20 && low < alpha &&
-                     alpha < high && -20 < high,
+                     lapse >= 0 && lapse <= 0.06 && replicates > 180 &&
+                     std::abs(larger - std::round(larger)) < 1e-3 && larger > 0.5 &&
+                     logLikelihood(alpha - 0.05, beta, lapse) < best &&
+                     logLikelihood(alpha + 0.05, beta, lapse) < best &&
+                     logLikelihood(alpha, beta - 0.05, lapse) < best &&
+                     logLikelihood(alpha, beta + 0.05, lapse) < best &&
+                     (lapse < 0.005 || logLikelihood(alpha, beta, lapse - 0.005) < best) &&
+                     (lapse > 0.055 || logLikelihood(alpha, beta, lapse + 0.005) < best),
                  qPrintable(QStringList(fit.values()).join(' ')));
+        // Each estimate inside its bootstrap interval, the listener's alpha too.
+        for (const QString name : {"alpha_db", "beta_db", "x66_db"})
+            QVERIFY(fit[name + "_ci95_low"].toDouble() <
+                        std::min(fit[name].toDouble(), name == "alpha_db" ? -20.0 : 1e9) &&
+                    std::max(fit[name].toDouble(), name == "alpha_db" ? -20.0 : -1e9) <
+                        fit[name + "_ci95_high"].toDouble());
+        // The simulator's own table of the depth runs.
+        const auto shown = [&](const QString &label) {
+            return simulator.out.section(label, 1).simplified().section(' ', 0, 0).toDouble();
+        };
+        const double point = levelAt(2.0 / 3, -20, 2, 0.02);
+        QVERIFY2(simulator.out.contains("Runs:      5 (5 finished)") &&
+                     std::abs(shown("Threshold (%)") - mean(depthPct)) < 1e-3 &&
+                     std::abs(shown("Threshold (dB)") - mean(depthDb)) < 0.006 &&
+                     std::abs(shown("Listener's 66.7 % point") - point) < 0.006 &&
+                     std::abs(shown("Mean threshold re that point") - mean(depthDb) + point) <
+                         0.011,
+                 qPrintable(simulator.out));
 
         // The same inputs and seed give the same tables, byte for byte.
         runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", temp.filePath("again")} + options);
@@ -352,33 +372,27 @@ private slots:
         QVERIFY(!data.exists("out"));
     }
 
-    // The simulator's terminal table against its own per-run table, and the
-    // listener's known points.
-    void simulatorReport()
+    // The study page's figures: the mean over subjects with its t interval
+    // (2 degrees of freedom: t = 0.95 / sqrt(2 * 0.975 * 0.025)), and what
+    // became of the runs.
+    void studyOverview()
     {
-        QTemporaryDir temp;
-        const QString tsv = temp.filePath("runs.tsv");
-        const Outcome run = runTool(SIMULATE_LISTENER_PATH,
-                                    {"--alpha", "-20", "--beta", "3", "--lapse", "0.04", "--runs",
-                                     "30", "--max-trials", "40", "--seed", "9", "--tsv", tsv});
-        QVector<double> pct, db;
-        for (const QString &line : QString(contents(tsv)).split('\n'))
-            if (line.endsWith("\t1")) {
-                pct.append(line.section('\t', 3, 3).toDouble());
-                db.append(line.section('\t', 4, 4).toDouble());
-            }
-        const auto at = [&](const QString &label, int column = 0) {
-            return run.out.section(label, 1).simplified().section(' ', column, column).toDouble();
-        };
-        const double point = levelAt(2.0 / 3, -20, 3, 0.04);
-        QVERIFY2(pct.size() > 10 && run.out.contains(QString("(%1 finished)").arg(pct.size())) &&
-                     run.out.contains(QString("%1 runs did not reach 14 reversals within 40 trials")
-                                          .arg(30 - pct.size())) &&
-                     std::abs(at("Threshold (%)") - mean(pct)) < 1e-3 &&
-                     std::abs(at("Threshold (dB)") - mean(db)) < 0.006 &&
-                     std::abs(at("Listener's 66.7 % point") - point) < 0.006 &&
-                     std::abs(at("Mean threshold re that point") - mean(db) + point) < 0.011,
-                 qPrintable(run.out));
+        QVector<RunRow> rows(3);
+        QVector<StudyGroup> groups(3);
+        for (int i = 0; i < 3; ++i) {
+            rows[i].hasSidecar = true;
+            rows[i].excludedBecause = QStringList{"practice", "faulty"}.mid(i % 2, 2 - i);
+            groups[i].first = i;
+            groups[i].meanDb = QVector<double>{-20, -22, -27}[i];
+        }
+        const Overview o = Overview::of(groups, rows, 2);
+        const double half = 0.95 / std::sqrt(2 * 0.975 * 0.025) * std::sqrt(13.0 / 3);
+        QVERIFY(o.read == 5 && o.included == 1 && o.conditions.size() == 1 &&
+                o.conditions[0].subjects == 3 &&
+                o.excluded == (QVector<QPair<QString, int>>{{"practice", 1}, {"faulty", 2}}));
+        QVERIFY(std::abs(o.conditions[0].meanDb + 23) < 1e-9 &&
+                std::abs(o.conditions[0].ciLowDb + 23 + half) < 1e-6 &&
+                std::abs(o.conditions[0].ciHighDb + 23 - half) < 1e-6);
     }
 
     // Every trial of a noise and of a sinusoid run in trials.tsv, against the
