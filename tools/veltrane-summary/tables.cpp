@@ -227,17 +227,20 @@ const QVector<Column<TrialView>> &trialColumns()
 
 template <typename Row> QString table(const QVector<Column<Row>> &columns, const QVector<Row> &rows)
 {
-    QStringList lines, names;
-    for (const Column<Row> &c : columns)
-        names.append(c.name);
-    lines.append(names.join('\t'));
+    // Appended in place: trials.tsv has a row for every trial of the study.
+    QString text;
+    for (int c = 0; c < columns.size(); ++c)
+        text += (c > 0 ? "\t" : "") + QString(columns[c].name);
+    text += '\n';
     for (const Row &row : rows) {
-        QStringList cells;
-        for (const Column<Row> &c : columns)
-            cells.append(c.cell(row));
-        lines.append(cells.join('\t'));
+        for (int c = 0; c < columns.size(); ++c) {
+            if (c > 0)
+                text += '\t';
+            text += columns[c].cell(row);
+        }
+        text += '\n';
     }
-    return lines.join('\n') + '\n';
+    return text;
 }
 
 template <typename Row> QJsonObject describe(const QVector<Column<Row>> &columns)
