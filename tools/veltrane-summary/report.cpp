@@ -136,8 +136,8 @@ QChart *tracks(const StudyGroup &g, const QVector<RunRow> &rows)
     auto *wrong = scatter("wrong", wrongColour, 5);
     auto *reversals = scatter("reversal", Qt::transparent, 10);
     reversals->setBorderColor(Qt::black);
-    // Excluded runs dashed and lighter, so that they stand apart in grey-scale
-    // print too; one legend entry for each kind of line.
+    // Excluded runs dashed and in orange, so that they stand apart in
+    // grey-scale print too; one legend entry for each kind of line.
     bool includedNamed = false, excludedNamed = false;
     for (int i : g.runs) {
         const RunRow &r = rows[i];
@@ -145,7 +145,7 @@ QChart *tracks(const StudyGroup &g, const QVector<RunRow> &rows)
         bool &named = r.included() ? includedNamed : excludedNamed;
         line->setName(r.included() ? "included run" : "excluded run (dashed)");
         line->setPen(r.included() ? QPen(QColor(70, 70, 70), 1)
-                                  : QPen(QColor(120, 120, 120), 2, Qt::DashLine));
+                                  : QPen(QColor(220, 120, 0), 2, Qt::DashLine));
         for (int t = 0; t < r.trials.size(); ++t) {
             const QPointF p(t + 1, r.levelDb(t));
             if (!std::isfinite(p.y()))
@@ -211,10 +211,9 @@ QChart *psychometric(const StudyGroup &g, const QVector<RunRow> &rows)
         below |= double(bin.second) / bin.first < lowestProportion;
     }
     const QColor binColour(40, 70, 130);
-    plot.add(scatter(QString("1 dB bins, area ∝ trials (most %1)").arg(most), binColour, 8));
+    plot.add(scatter("1 dB bins, area ∝ trials", binColour, 8));
     if (below)
-        plot.add(scatter("square: bin below 0.4, drawn at 0.4", binColour, 8,
-                         QScatterSeries::MarkerShapeRectangle));
+        plot.add(scatter("below 0.4 (square)", binColour, 8, QScatterSeries::MarkerShapeRectangle));
     for (auto it = bins.cbegin(); it != bins.cend(); ++it) {
         const double p = double(it->second) / it->first;
         auto *point =

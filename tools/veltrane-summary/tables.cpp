@@ -51,7 +51,7 @@ const QVector<Column<RunRow>> &runColumns()
         {"sound_type", "sinusoid or noise", "", [](const RunRow &r) { return cell(r.soundType); }},
         {"main_parameter", "The tracked quantity: carrier frequency or modulation depth", "",
          [](const RunRow &r) { return cell(r.mainParameter); }},
-        {"carrier_hz", "The standard's carrier frequency", "Hz",
+        {"carrier_hz", "The standard's carrier frequency; empty for a noise", "Hz",
          [](const RunRow &r) { return cell(r.carrierHz); }},
         {"modulation_hz", "The standard's modulation frequency", "Hz",
          [](const RunRow &r) { return cell(r.modulationHz); }},
@@ -109,7 +109,7 @@ const QVector<Column<GroupView>> &summaryColumns()
         {"sound_type", "sinusoid or noise", "", [](const V &v) { return cell(v.r->soundType); }},
         {"main_parameter", "The tracked quantity", "",
          [](const V &v) { return cell(v.r->mainParameter); }},
-        {"carrier_hz", "The standard's carrier frequency", "Hz",
+        {"carrier_hz", "The standard's carrier frequency; empty for a noise", "Hz",
          [](const V &v) { return cell(v.r->carrierHz); }},
         {"modulation_hz", "The standard's modulation frequency", "Hz",
          [](const V &v) { return cell(v.r->modulationHz); }},
@@ -181,7 +181,7 @@ Column<TrialView> runColumn(const char *name)
         if (qstrcmp(c.name, name) == 0)
             return {c.name, c.description, c.units,
                     [cell = c.cell](const TrialView &v) { return cell(*v.r); }};
-    Q_UNREACHABLE();
+    qFatal("runs.tsv has no column %s", name);
 }
 
 const QVector<Column<TrialView>> &trialColumns()
@@ -227,17 +227,20 @@ const QVector<Column<TrialView>> &trialColumns()
 
 template <typename Row> QString table(const QVector<Column<Row>> &columns, const QVector<Row> &rows)
 {
-    QStringList lines, names;
-    for (const Column<Row> &c : columns)
-        names.append(c.name);
-    lines.append(names.join('\t'));
+    // Appended in place: trials.tsv has a row for every trial of the study.
+    QString text;
+    for (int c = 0; c < columns.size(); ++c)
+        text += (c > 0 ? "\t" : "") + QString(columns[c].name);
+    text += '\n';
     for (const Row &row : rows) {
-        QStringList cells;
-        for (const Column<Row> &c : columns)
-            cells.append(c.cell(row));
-        lines.append(cells.join('\t'));
+        for (int c = 0; c < columns.size(); ++c) {
+            if (c > 0)
+                text += '\t';
+            text += columns[c].cell(row);
+        }
+        text += '\n';
     }
-    return lines.join('\n') + '\n';
+    return text;
 }
 
 template <typename Row> QJsonObject describe(const QVector<Column<Row>> &columns)
