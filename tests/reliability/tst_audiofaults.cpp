@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "stimulus/outputmonitor.h"
 #include "support/modalcatcher.h"
 #include "support/runharness.h"
 
@@ -132,6 +133,18 @@ private slots:
             if (!interval.idle)
                 unended << QString("%1.%2").arg(interval.trial + 1).arg(interval.index);
         QCOMPARE(listed, unended);
+        // While no server answers, the output's volume and mute state are
+        // unknown (null), and known again once it is back. Without any server
+        // the toolkit names no device, so no entry is made.
+        QStringList levels;
+        for (const QJsonValue d : json["Playback"]["OutputDevices"].toArray())
+            levels << (d["Volume"].isNull() && d["Muted"].isNull()                ? "null"
+                       : d["Volume"]["Percent"].isDouble() && d["Muted"].isBool() ? "known"
+                                                                                  : "?");
+        QVERIFY2(fault == 3 ? levels.isEmpty() && !window.outputMonitor->level("veltrane").known
+                            : !levels.contains("?") && levels.last() == "known" &&
+                                  levels.contains("null") == (fault < 2),
+                 qPrintable(levels.join(' ')));
         QCOMPARE(boxes.size(), 1);
         QVERIFY2(boxes[0].startsWith(QString("Warning: %1 of the 20 sounds").arg(listed.size())),
                  qPrintable(boxes[0]));
@@ -181,6 +194,74 @@ private slots:
         for (const OutputDevice &d : w.runFacts.outputDevices)
             facts += QString("%1 from %2, ").arg(d.device).arg(d.fromTrial);
         QCOMPARE(facts, QString("2.3 veltrane from 1, second from 2, "));
+    }
+
+    // The output's volume and mute state as the server reports them. Go on a
+    // muted output asks first, and Cancel leaves the panel, the record, the
+    // sounds and Go as they were. In the run (three trials), the volume set
+    // from 50 % to 80 % after trial 1 and the output muted after trial 2 give
+    // one entry from each trial, with the server's dB figure (its volume is
+    // cubic: 60 log10 of the fraction), and the muted trial is named at the end.
+    void volumeAndMute()
+    {
+        server.switchSink("veltrane");
+        QVERIFY(server.pactl({"set-sink-volume", "veltrane", "50%"}) &&
+                server.pactl({"set-sink-mute", "veltrane", "1"}));
+        QTemporaryDir dir;
+        MainWindow w;
+        RunHarness harness(w, 0.45, 10);
+        RunHarness::typeSession(w, {50, 100, 2, 2, dir.path()});
+        w.on_pushButtonView_clicked();
+        const QVector<double> viewed = w.standardSound;
+        w.lineEditDurationStd->setText("80");
+        QTRY_VERIFY(w.outputMonitor->level("veltrane").muted);
+        {
+            ModalCatcher catcher;
+            catcher.arm(QMessageBox::Cancel);
+            w.on_pushButtonGo_clicked();
+            catcher.verifyShown();
+            QVERIFY2(catcher.boxes.value(0).startsWith(
+                         "Warning: The audio output \"veltrane\" is muted:"),
+                     qPrintable(catcher.boxes.value(0)));
+        }
+        QVERIFY(!w.subjectWindow && w.isEnabled() && w.pushButtonGo->isEnabled() &&
+                w.params.duration[0] == 0.05 && w.standardSound == viewed);
+
+        QVERIFY(server.pactl({"set-sink-mute", "veltrane", "0"}));
+        QTRY_VERIFY(!w.outputMonitor->level("veltrane").muted);
+        connect(&w, &MainWindow::soundPlaying, this, [&](int index) {
+            if (index == -1)
+                server.pactl(harness.trials.size() == 1
+                                 ? QStringList{"set-sink-volume", "veltrane", "80%"}
+                                 : QStringList{"set-sink-mute", "veltrane", "1"});
+        });
+        ModalCatcher catcher; // no box at Go; the warning at the end
+        catcher.answerSaveDialogs({dir.filePath("run.txt")});
+        w.on_pushButtonGo_clicked();
+        QVERIFY(w.subjectWindow && catcher.boxes.isEmpty());
+        QVERIFY(harness.run(10000));
+        QVERIFY(RunHarness::waitUntil([&] { return catcher.saveDialogs.size() == 1; }, 5000));
+        QCOMPARE(catcher.boxes, QStringList("Warning: Trial 3 played on a muted output (or one "
+                                            "at 0 %). The answers to them are not valid; the "
+                                            "run should be repeated."));
+        QFile sidecar(dir.filePath("run.json"));
+        QVERIFY(sidecar.open(QIODevice::ReadOnly));
+        const QJsonValue playback = QJsonDocument::fromJson(sidecar.readAll())["Playback"];
+        QString entries;
+        for (const QJsonValue e : playback["OutputDevices"].toArray())
+            entries += QString("%1 from %2: %3 % %4 dB%5; ")
+                           .arg(e["Device"].toString())
+                           .arg(e["FromTrial"].toInt())
+                           .arg(e["Volume"]["Percent"].toInt())
+                           .arg(e["Volume"]["Decibels"].toDouble(), 0, 'f', 2)
+                           .arg(e["Muted"].toBool() ? " muted" : "");
+        const auto db = [](double fraction) {
+            return QString::number(60 * std::log10(fraction), 'f', 2);
+        };
+        QCOMPARE(entries, QString("veltrane from 1: 50 % %1 dB; veltrane from 2: 80 % %2 dB; "
+                                  "veltrane from 3: 80 % %2 dB muted; ")
+                              .arg(db(0.5), db(0.8)));
+        QCOMPARE(playback["StreamVolume"], QJsonValue(1.0));
     }
 
     // The experimenter window closed while sounds play, one of them maybe
