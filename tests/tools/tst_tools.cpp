@@ -261,6 +261,58 @@ private slots:
                 qPrintable(QString("%1 %2 (%3 to %4)").arg(name).arg(estimate).arg(low).arg(high)));
         }
     }
+
+    // The output's volume and mute state from the sidecars: one volume (S01 at
+    // 50 and 80 %, S02 at 50 %), a volume that changed, a muted trial, and
+    // unknown (no key, as in earlier versions, or null).
+    void outputVolume()
+    {
+        QTemporaryDir temp;
+        const QDir data(temp.filePath("data"));
+        const auto entry = [](int trial, int percent, bool muted) {
+            return QJsonObject{{"Device", "card"},
+                               {"FromTrial", trial},
+                               {"Volume", QJsonObject{{"Percent", percent}, {"Decibels", 0}}},
+                               {"Muted", muted}};
+        };
+        const QJsonObject unknown{
+            {"Device", "card"}, {"FromTrial", 1}, {"Volume", {}}, {"Muted", {}}};
+        const QVector<QJsonArray> outputs{{entry(1, 50, false)},
+                                          {entry(1, 80, false)},
+                                          {entry(1, 50, false), entry(5, 80, false)},
+                                          {entry(1, 50, false), entry(3, 50, true)},
+                                          {},
+                                          {unknown},
+                                          {entry(1, 50, false)}};
+        QStringList files;
+        for (int s = 0; s < outputs.size(); ++s) {
+            files << QFileInfo(saveRun(data, s < 6 ? "S01" : "S02", 1, s + 1, true)).fileName();
+            const QString sidecar = Sidecar::path(data.filePath(files.last()));
+            QJsonObject json = QJsonDocument::fromJson(contents(sidecar)).object();
+            QJsonObject playback = json["Playback"].toObject();
+            playback["OutputDevices"] = outputs[s];
+            if (s == 4)
+                playback.remove("OutputDevices");
+            json["Playback"] = playback;
+            rewrite(sidecar, QJsonDocument(json).toJson());
+        }
+        const QString out = temp.filePath("out");
+        const Outcome run =
+            runTool(VELTRANE_SUMMARY_PATH, {"--out", out, "--bootstrap", "0", data.path()});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(run.messages,
+                 QStringList("veltrane-summary: S01, noise, modulation depth: included "
+                             "runs played at output volumes 50 %, 80 %"));
+        const auto runs = table(out + "/runs.tsv", "file");
+        QString cells;
+        for (const QString &file : files)
+            cells += runs[file]["output_volume_pct"] + "/" + runs[file]["output_muted"] + "/" +
+                     runs[file]["excluded_because"] + " ";
+        QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // 50/0/ "));
+        const auto summary = table(out + "/summary.tsv", "subject");
+        QCOMPARE(summary["S01"]["output_volume_pct"] + summary["S02"]["output_volume_pct"],
+                 QString("mixed50"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestTools)
