@@ -262,39 +262,30 @@ private slots:
         }
     }
 
-    // The output's volume and mute state from the sidecars: one volume (S01 at
-    // 50 and 80 %, S02 at 50 %), a volume that changed, a muted trial, and
-    // unknown (no key, as in earlier versions, or null).
+    // The output's volume and mute state from the sidecars: one volume (S01
+    // at 50 and 80 %, S02 at 50 %), a volume that changed, a muted trial, and
+    // unknown (no entries, as in earlier versions, or null).
     void outputVolume()
     {
         QTemporaryDir temp;
         const QDir data(temp.filePath("data"));
-        const auto entry = [](int trial, int percent, bool muted) {
-            return QJsonObject{{"Device", "card"},
-                               {"FromTrial", trial},
-                               {"Volume", QJsonObject{{"Percent", percent}, {"Decibels", 0}}},
-                               {"Muted", muted}};
-        };
-        const QJsonObject unknown{
-            {"Device", "card"}, {"FromTrial", 1}, {"Volume", {}}, {"Muted", {}}};
-        const QVector<QJsonArray> outputs{{entry(1, 50, false)},
-                                          {entry(1, 80, false)},
-                                          {entry(1, 50, false), entry(5, 80, false)},
-                                          {entry(1, 50, false), entry(3, 50, true)},
-                                          {},
-                                          {unknown},
-                                          {entry(1, 50, false)}};
+        const QByteArray at50 =
+            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":50},"Muted":false})";
+        const QVector<QByteArray> outputs{
+            at50,
+            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":80},"Muted":false})",
+            at50 + R"(,{"Device":"a","FromTrial":5,"Volume":{"Percent":80},"Muted":false})",
+            at50 + R"(,{"Device":"a","FromTrial":3,"Volume":{"Percent":50},"Muted":true})",
+            "",
+            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})",
+            at50};
         QStringList files;
         for (int s = 0; s < outputs.size(); ++s) {
             files << QFileInfo(saveRun(data, s < 6 ? "S01" : "S02", 1, s + 1, true)).fileName();
             const QString sidecar = Sidecar::path(data.filePath(files.last()));
-            QJsonObject json = QJsonDocument::fromJson(contents(sidecar)).object();
-            QJsonObject playback = json["Playback"].toObject();
-            playback["OutputDevices"] = outputs[s];
-            if (s == 4)
-                playback.remove("OutputDevices");
-            json["Playback"] = playback;
-            rewrite(sidecar, QJsonDocument(json).toJson());
+            const QByteArray list = "\"OutputDevices\": [";
+            rewrite(sidecar,
+                    contents(sidecar).replace(list, s == 4 ? "\"Earlier\": [" : list + outputs[s]));
         }
         const QString out = temp.filePath("out");
         const Outcome run =
