@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "stimulus/outputmonitor.h"
 #include "support/modalcatcher.h"
 #include "support/runharness.h"
 
@@ -132,6 +133,13 @@ private slots:
             if (!interval.idle)
                 unended << QString("%1.%2").arg(interval.trial + 1).arg(interval.index);
         QCOMPARE(listed, unended);
+        // The output's volume and mute state are null while no server answers,
+        // and known once it is back; without any, the toolkit names no device.
+        const QJsonArray devices = json["Playback"]["OutputDevices"].toArray();
+        QVERIFY(fault != 3 ||
+                (devices.isEmpty() && !window.outputMonitor->level("veltrane").known));
+        QVERIFY(fault >= 2 || (devices[1]["Volume"].isNull() && devices[1]["Muted"].isNull() &&
+                               devices.last()["Volume"]["Percent"] == 100));
         QCOMPARE(boxes.size(), 1);
         QVERIFY2(boxes[0].startsWith(QString("Warning: %1 of the 20 sounds").arg(listed.size())),
                  qPrintable(boxes[0]));
@@ -181,6 +189,67 @@ private slots:
         for (const OutputDevice &d : w.runFacts.outputDevices)
             facts += QString("%1 from %2, ").arg(d.device).arg(d.fromTrial);
         QCOMPARE(facts, QString("2.3 veltrane from 1, second from 2, "));
+    }
+
+    // The output's volume and mute state as the server reports them. Go on a
+    // muted output asks first, and Cancel leaves the panel, the record, the
+    // sounds and Go as they were. In the run (three trials), the volume set
+    // from 50 % to 80 % after trial 1 and the output muted after trial 2 give
+    // one entry from each trial, with the server's dB figure (its volume is
+    // cubic: 60 log10 of the fraction), and the muted trial is named at the end.
+    void volumeAndMute()
+    {
+        server.switchSink("veltrane");
+        QVERIFY(server.pactl({"set-sink-volume", "veltrane", "50%"}) &&
+                server.pactl({"set-sink-mute", "veltrane", "1"}));
+        QTemporaryDir dir;
+        MainWindow w;
+        RunHarness harness(w, 0.45, 10);
+        RunHarness::typeSession(w, {50, 100, 2, 2, dir.path()});
+        w.on_pushButtonView_clicked();
+        const QVector<double> viewed = w.standardSound;
+        w.lineEditDurationStd->setText("80");
+        QTRY_VERIFY(w.outputMonitor->level("veltrane").muted);
+        ModalCatcher catcher;
+        catcher.arm(QMessageBox::Cancel);
+        w.on_pushButtonGo_clicked();
+        QVERIFY2(
+            catcher.boxes.value(0).startsWith("Warning: The audio output \"veltrane\" is muted:") &&
+                !w.subjectWindow && w.isEnabled() && w.pushButtonGo->isEnabled() &&
+                w.params.duration[0] == 0.05 && w.standardSound == viewed,
+            qPrintable(catcher.boxes.value(0)));
+
+        QVERIFY(server.pactl({"set-sink-mute", "veltrane", "0"}));
+        QTRY_VERIFY(!w.outputMonitor->level("veltrane").muted);
+        connect(&w, &MainWindow::soundPlaying, this, [&](int index) {
+            if (index == -1)
+                server.pactl(harness.trials.size() == 1
+                                 ? QStringList{"set-sink-volume", "veltrane", "80%"}
+                                 : QStringList{"set-sink-mute", "veltrane", "1"});
+        });
+        catcher.answerSaveDialogs({dir.filePath("run.txt")}); // no box at Go; one at the end
+        w.on_pushButtonGo_clicked();
+        QVERIFY(harness.run(10000));
+        QVERIFY(RunHarness::waitUntil([&] { return catcher.saveDialogs.size() == 1; }, 5000));
+        QCOMPARE(catcher.boxes.mid(1),
+                 QStringList("Warning: Trial 3 played on a muted output (or one "
+                             "at 0 %). The answers to them are not valid; the "
+                             "run should be repeated."));
+        QFile sidecar(dir.filePath("run.json"));
+        QVERIFY(sidecar.open(QIODevice::ReadOnly));
+        const QJsonValue playback = QJsonDocument::fromJson(sidecar.readAll())["Playback"];
+        const QJsonArray devices = playback["OutputDevices"].toArray();
+        QCOMPARE(devices.size(), 3);
+        for (int i = 0; i < 3; ++i) {
+            const QJsonValue e = devices[i];
+            const int percent = i ? 80 : 50;
+            QVERIFY2(e["Device"] == "veltrane" && e["FromTrial"] == i + 1 &&
+                         e["Volume"]["Percent"] == percent && e["Muted"] == (i == 2) &&
+                         std::fabs(e["Volume"]["Decibels"].toDouble() -
+                                   60 * std::log10(percent / 100.0)) < 0.01,
+                     qPrintable(QJsonDocument(e.toObject()).toJson()));
+        }
+        QCOMPARE(playback["StreamVolume"], QJsonValue(1.0));
     }
 
     // The experimenter window closed while sounds play, one of them maybe

@@ -107,6 +107,8 @@ public:
         shell("pactl load-module module-null-sink sink_name=\"$1\"; pactl set-default-sink \"$1\"",
               {name});
     }
+    // pactl with these arguments on the daemon, as for "set-sink-mute veltrane 1".
+    bool pactl(const QStringList &arguments) const { return shell("pactl \"$@\"", arguments); }
     void unplugSink(int downMs)
     {
         shell("pactl unload-module \"${1%% *}\"; sleep \"$2\"; pactl load-module $1 && "
