@@ -46,9 +46,9 @@ void rewrite(const QString &path, const QByteArray &bytes)
 
 using Row = QMap<QString, QString>;
 
-// A tab-separated table as rows of named cells, keyed by the named columns'
-// cells (a file by its name alone).
-QMap<QString, Row> table(const QString &path, const QStringList &key)
+// A tab-separated table as rows of named cells, keyed by the cells of the
+// columns named in `key` (a file by its name alone).
+QMap<QString, Row> table(const QString &path, const QString &key)
 {
     QStringList lines = QString(contents(path)).split('\n', Qt::SkipEmptyParts);
     const QStringList names = lines.takeFirst().split('\t');
@@ -59,7 +59,7 @@ QMap<QString, Row> table(const QString &path, const QStringList &key)
             row[names[i]] = line.section('\t', i, i);
         row["file"] = QFileInfo(row["file"]).fileName();
         QStringList k;
-        for (const QString &column : key)
+        for (const QString &column : key.split(' '))
             k.append(row[column]);
         rows[k.join(' ')] = row;
     }
@@ -221,7 +221,7 @@ private slots:
                                                .arg(broken)
                                                .arg(contents(broken).count('\n') + 1)));
 
-        auto runs = table(out + "/runs.tsv", {"file"});
+        auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines =
             QString(contents(out + "/runs.tsv")).split('\n', Qt::SkipEmptyParts).mid(1);
         QVERIFY(runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
@@ -276,7 +276,7 @@ private slots:
                 depthDb.append(row["threshold_db"].toDouble());
         }
 
-        auto summary = table(out + "/summary.tsv", {"subject", "sound_type"});
+        auto summary = table(out + "/summary.tsv", "subject sound_type");
         const Row &s01 = summary["S01 noise"];
         QCOMPARE(s01["runs"] + " " + s01["fit_trials"] + " " + s01["alpha_db"] + s01["x66_db"] +
                      s01["deviance"] + s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"] +
