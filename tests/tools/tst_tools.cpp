@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
+#include "overview.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
@@ -216,10 +217,9 @@ private slots:
         const QString out = temp.filePath("out");
         const QStringList options{"--seed", "5", "--bootstrap", "200", "--free-lapse", data.path()};
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
+        const QString where = QString("%1:%2: ").arg(broken).arg(contents(broken).count('\n') + 1);
         QVERIFY(first.status == 1 && first.messages.size() == 1 &&
-                first.messages[0].contains(QString("%1:%2: not valid JSON")
-                                               .arg(broken)
-                                               .arg(contents(broken).count('\n') + 1)));
+                first.messages[0].contains(where));
 
         auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines =
@@ -256,15 +256,14 @@ private slots:
                     .arg(run % perSubject + 1, 3, 10, QChar('0'))
                     .arg(depth ? "noise_modulation depth" : "sinusoid_carrier frequency");
             const Row &row = runs[name];
+            const QStringList sim = simulated[i].split('\t');
+            const QString started =
+                QString("2024-01-01T09:%1:00+00:00").arg(10 * run, 2, 10, QChar('0'));
             QVERIFY2(
-                row["included"] + row["trials"] + row["acquired"] ==
-                        "1" + simulated[i].section('\t', 1, 1) +
-                            QString("2024-01-01T09:%1:00+00:00").arg(10 * run, 2, 10, QChar('0')) &&
+                row["included"] + row["trials"] + row["acquired"] == "1" + sim[1] + started &&
                     matches(row,
                             depth ? "threshold threshold_db" : "threshold threshold_db carrier_hz",
-                            {simulated[i].section('\t', 3, 3).toDouble(),
-                             simulated[i].section('\t', 4, 4).toDouble(), 500},
-                            1e-4),
+                            {sim[3].toDouble(), sim[4].toDouble(), 500}, 1e-4),
                 qPrintable(name));
             const Facts f = facts(data.filePath(name));
             for (int t = 0; depth && t < f.values.size(); ++t, ++pooled) {
@@ -284,13 +283,12 @@ private slots:
                  QString("4 %1 0").arg(4 * g.values.size()));
         // Two runs: the t interval with 1 degree of freedom, t = tan(0.475 pi).
         const double a = earlier.db(), b = later.db(), d = std::abs(a - b);
+        const double half = std::tan(0.475 * M_PI) * d / 2;
         QVERIFY(matches(summary["S04 noise"],
                         "mean_threshold_db sd_db se_db ci95_low_db ci95_high_db geometric_mean "
                         "median_threshold first_to_last_db",
-                        {(a + b) / 2, d / std::sqrt(2.0), d / 2,
-                         (a + b - std::tan(0.475 * M_PI) * d) / 2,
-                         (a + b + std::tan(0.475 * M_PI) * d) / 2,
-                         std::sqrt(earlier.threshold * later.threshold),
+                        {(a + b) / 2, d / std::sqrt(2.0), d / 2, (a + b) / 2 - half,
+                         (a + b) / 2 + half, std::sqrt(earlier.threshold * later.threshold),
                          (earlier.threshold + later.threshold) / 2, b - a}));
 
         // The simulated listener's fit: the maximum of the log-likelihood
@@ -342,8 +340,7 @@ private slots:
         QVERIFY2(simulator.out.contains("Runs:      5 (5 finished)") &&
                      std::abs(shown("Threshold (dB)") - mean(depthDb)) < 0.006 &&
                      std::abs(shown("Listener's 66.7 % point") - point) < 0.006 &&
-                     std::abs(shown("Mean threshold re that point") - mean(depthDb) + point) <
-                         0.011,
+                     std::abs(shown("re that point") - mean(depthDb) + point) < 0.011,
                  qPrintable(simulator.out));
 
         // The same inputs and seed give the same tables, byte for byte.
@@ -362,6 +359,28 @@ private slots:
             QVERIFY2(refused.status == 2 && !refused.messages.isEmpty(), qPrintable(refusal));
         }
         QVERIFY(!data.exists("out"));
+        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, {"--help"}).status, 0);
+    }
+
+    // The study page's figures: the mean over three subjects with its t
+    // interval (2 degrees of freedom: t = 0.95 / sqrt(2 * 0.975 * 0.025)),
+    // and what became of the runs.
+    void studyOverview()
+    {
+        QVector<RunRow> rows(3);
+        QVector<StudyGroup> groups(3);
+        for (int i = 0; i < 3; ++i) {
+            rows[i].excludedBecause = QStringList{"practice", "faulty"}.mid(i % 2, 2 - i);
+            groups[i].first = i;
+            groups[i].meanDb = QVector<double>{-20, -22, -27}[i];
+        }
+        const Overview o = Overview::of(groups, rows, 2);
+        const double half = 0.95 / std::sqrt(2 * 0.975 * 0.025) * std::sqrt(13.0 / 3);
+        const Overview::Condition c = o.conditions.value(0);
+        QVERIFY(o.read == 5 && o.included == 1 && o.conditions.size() == 1 && c.subjects == 3 &&
+                o.excluded == (QVector<QPair<QString, int>>{{"practice", 1}, {"faulty", 2}}) &&
+                std::abs(c.meanDb + 23) < 1e-9 && std::abs(c.ciLowDb + 23 + half) < 1e-6 &&
+                std::abs(c.ciHighDb + 23 - half) < 1e-6);
     }
 
     // Every trial of a noise and of a sinusoid run in trials.tsv, against the
