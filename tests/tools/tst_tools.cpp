@@ -214,7 +214,8 @@ private slots:
         }
 
         const QString out = temp.filePath("out");
-        const QStringList options{"--seed", "5", "--bootstrap", "200", "--free-lapse", data.path()};
+        const QStringList options{"--seed",       "5",       "--bootstrap", "200",
+                                  "--free-lapse", "--lapse", "0.06",        data.path()};
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
         const QString where = QString("%1:%2: ").arg(broken).arg(contents(broken).count('\n') + 1);
         QVERIFY(first.status == 1 && first.messages.size() == 1 &&
