@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
+#include "overview.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
@@ -332,6 +333,38 @@ private slots:
         QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"), "--png",
                                              temp.filePath("png"), temp.filePath("runs")}),
                  QString("0 "));
+    }
+
+    // The study page's figures: one condition's mean over the subjects that
+    // have one, its t interval (t 0.975 with 1 df is 12.7062), and the runs
+    // left out counted under each of their reasons.
+    void studyOverview()
+    {
+        QVector<RunRow> rows(5);
+        for (int i = 0; i < rows.size(); ++i) {
+            rows[i].hasSidecar = true;
+            rows[i].soundType = "noise";
+            rows[i].carrierHz = NAN;
+            rows[i].modulationHz = i == 4 ? 8 : 40;
+        }
+        rows[2].excludedBecause = QStringList{"incomplete", "faulty"};
+        rows[3].excludedBecause = QStringList{"faulty"};
+        const auto group = [](int first, double meanDb) {
+            StudyGroup g;
+            g.first = first;
+            g.meanDb = meanDb;
+            return g;
+        };
+        const Overview o =
+            Overview::of({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
+        QCOMPARE(o.conditions.size(), 2);
+        const Overview::Condition &c = o.conditions[0]; // modulation 40 Hz sorts before 8 Hz
+        QCOMPARE(c.subjects, 2);
+        QVERIFY(qAbs(c.meanDb + 21) < 1e-9 && qAbs(c.ciHighDb - (-21 + 12.7062)) < 1e-3 &&
+                qAbs(c.ciLowDb - (-21 - 12.7062)) < 1e-3);
+        QVERIFY(c.groups.size() == 3 && std::isnan(o.conditions[1].ciLowDb));
+        QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
+        QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
     }
 };
 
