@@ -107,8 +107,7 @@ public:
     void addSink(const QString &name)
     {
         shell("pactl load-module module-null-sink sink_name=\"$1\" && { parec -d \"$1.monitor\" "
-              "--latency-msec=10 & } && head -c 400 /dev/zero | pacat -d \"$1\" "
-              "--format=float32le --rate=40000 --channels=1 --latency-msec=10",
+              "--latency-msec=10 & } && head -c 400 /dev/zero | pacat -d \"$1\" --latency-msec=10",
               {name});
     }
     // Makes the sink `name` the default output, as when another device is chosen.
