@@ -121,7 +121,8 @@ public:
     int liveOutputs() const { return outputs.size() - outputs.count(nullptr); }
     int liveBuffers() const { return buffers.size() - buffers.count(nullptr); }
 
-    int finished = 0; // doneDataCollection signals seen
+    int finished = 0;                    // doneDataCollection signals seen
+    std::function<void()> afterResponse; // after every code sent, the ready code included
     QVector<Trial> trials;
     QVector<Interval> intervals;
     QStringList warnings;
@@ -171,6 +172,8 @@ private:
              : code == 2 ? subject->pushButtonChoice2
                          : subject->pushButtonChoice3)
                 ->click();
+        if (afterResponse)
+            afterResponse();
     }
 
     static void log(QtMsgType type, const QMessageLogContext &context, const QString &text)
