@@ -34,13 +34,14 @@ void MainWindow::saveResults()
 {
     QString name = chooseFileName(this, params.filePath + "/" + params.fileName);
     for (;;) {
-        // The sidecar of an earlier table of this name goes first: a table
-        // whose write fails half-way must not sit beside it, and the new
-        // sidecar is written only once the table is whole.
-        if (!name.isEmpty())
-            QFile::remove(Sidecar::path(name));
-        const ResultsFile::SaveOutcome outcome = ResultsFile::save(
-            name, params.trials, params.mainParameter, params.carrierFrequency[0]);
+        // The sidecar of an earlier table of this name goes once the new table
+        // is open, before its first line: a table whose write fails half-way
+        // must not sit beside it, while a table that cannot be opened at all
+        // stays as it was, with its sidecar. The new sidecar is written only
+        // once the table is whole.
+        const ResultsFile::SaveOutcome outcome =
+            ResultsFile::save(name, params.trials, params.mainParameter, params.carrierFrequency[0],
+                              [&name] { QFile::remove(Sidecar::path(name)); });
         if (outcome == ResultsFile::SaveOutcome::Saved) {
             saveSidecar(name);
             return;

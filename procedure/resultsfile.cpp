@@ -87,7 +87,8 @@ void ResultsFile::write(QTextStream &out, const QVector<TrialRecord> &trials, in
 }
 
 ResultsFile::SaveOutcome ResultsFile::save(const QString &name, const QVector<TrialRecord> &trials,
-                                           int mainParameter, double standardCarrierFrequency)
+                                           int mainParameter, double standardCarrierFrequency,
+                                           const std::function<void()> &opened)
 {
     // The system cuts a name at a zero character and would write another
     // file than the one named, so such a name names none.
@@ -99,6 +100,8 @@ ResultsFile::SaveOutcome ResultsFile::save(const QString &name, const QVector<Tr
     QFile file(name);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate))
         return SaveOutcome::NotOpened;
+    if (opened)
+        opened();
     QTextStream out(&file);
     write(out, trials, mainParameter, standardCarrierFrequency);
     // The stream reports a failed write of its buffer (and the file's flush);

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QVector>
 
+#include <functional>
+
 class QTextStream;
 
 // The results file: a tab-separated table with one header line and one line
@@ -59,8 +61,9 @@ enum class SaveOutcome {
 
 // Writes the table to the file `name` (text mode, an existing file truncated),
 // creating its folder and any missing parent folders first. An empty name, or
-// one with a zero character, opens nothing.
+// one with a zero character, opens nothing. `opened`, when given, is called
+// once the file is open and before anything is written to it.
 SaveOutcome save(const QString &name, const QVector<TrialRecord> &trials, int mainParameter,
-                 double standardCarrierFrequency);
+                 double standardCarrierFrequency, const std::function<void()> &opened = {});
 
 } // namespace ResultsFile

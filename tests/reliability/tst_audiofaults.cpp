@@ -155,8 +155,7 @@ private slots:
     // is changed after View: Go builds the sounds and outputs at the new one.
     void judgedByRunAndState()
     {
-        server.switchSink("second");
-        server.switchSink("veltrane");
+        server.addSink("second");
         MainWindow w;
         RunHarness harness(w, 0.45, 10); // correct at 50 %, wrong at 40 %: two trials
         const QMap<int, bool> cutOff{{12, true}, {21, false}, {24, false}, {33, true}};

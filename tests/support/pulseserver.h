@@ -100,15 +100,20 @@ public:
               "pactl load-module module-native-protocol-unix socket=\"$1\" auth-anonymous=1",
               {dir.filePath("native"), QString::number(downMs / 1000.0)}, true);
     }
-    // Makes the sink `name` the default output, as when another device is
-    // chosen; a null sink of that name is added first if there is none.
-    void switchSink(const QString &name)
+    // Adds a null sink `name` that renders in short blocks, as the default one
+    // does, and returns once it has played a sample: a new sink first renders
+    // 2 s ahead, and one without a recorder keeps doing so, so that a sound
+    // sent to it would wait behind up to 2 s of silence.
+    void addSink(const QString &name)
     {
-        shell("pactl load-module module-null-sink sink_name=\"$1\"; pactl set-default-sink \"$1\"",
+        shell("pactl load-module module-null-sink sink_name=\"$1\" && { parec -d \"$1.monitor\" "
+              "--latency-msec=10 & } && head -c 4 /dev/zero | pacat -d \"$1\"",
               {name});
     }
     // pactl with these arguments on the daemon, as for "set-sink-mute veltrane 1".
     bool pactl(const QStringList &arguments) const { return shell("pactl \"$@\"", arguments); }
+    // Makes the sink `name` the default output, as when another device is chosen.
+    void switchSink(const QString &name) { shell("pactl set-default-sink \"$1\"", {name}); }
     void unplugSink(int downMs)
     {
         shell("pactl unload-module \"${1%% *}\"; sleep \"$2\"; pactl load-module $1 && "
