@@ -31,7 +31,8 @@ QVector<LevelCount> TrackReplay::replicate(double alphaDb, double betaDb, double
                                            gsl_rng *rng) const
 {
     // One record serves every track: resetting what the staircase changes
-    // keeps its vectors allocated, and a replicate runs thousands of tracks.
+    // keeps its vectors allocated, and a bootstrap runs tens of thousands of
+    // tracks.
     SessionParameters params;
     QVector<Visited> visited; // sorted by value; the tracks return to the same few values
     for (const Start &start : m_starts) {
