@@ -25,5 +25,10 @@ public:
     QVector<LevelCount> replicate(double alphaDb, double betaDb, double lapse, gsl_rng *rng) const;
 
 private:
-    QVector<SessionParameters> m_starts;
+    struct Start {
+        int mainParameter;
+        double value;
+        int numberOfReversals;
+    };
+    QVector<Start> m_starts;
 };
