@@ -191,6 +191,7 @@ private slots:
         const QString alone = saveRun(data, "S02", 1, 1, false);
         const QString broken = Sidecar::path(saveRun(data, "S01", 1, 6, true));
         rewrite(broken, contents(broken).left(200));
+        rewrite(data.filePath("notes.txt"), "S01 was tired today\n");
         // S01's included runs answer alike: the pooled trials separate
         // perfectly at -20 dB, which no fit may claim to describe.
         for (int session : {7, 8, 9})
@@ -218,7 +219,10 @@ private slots:
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
         auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 19);
-        QVERIFY(first.status == 1 && first.messages.value(0).contains(broken + ":") &&
+        QVERIFY(first.status == 1 &&
+                first.messages.value(0).contains(QString("%1:%2: not valid JSON")
+                                                     .arg(broken)
+                                                     .arg(contents(broken).count('\n') + 1)) &&
                 runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
         const Facts g = facts(good);
         const Row &r = runs[QFileInfo(good).fileName()];
@@ -351,6 +355,7 @@ private slots:
                 words[0] == "S" ? VELTRANE_SUMMARY_PATH : SIMULATE_LISTENER_PATH, words.mid(1));
             QVERIFY2(refused.status == 2 && !refused.messages.isEmpty(), qPrintable(refusal));
         }
+        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, {"--help"}).status, 0);
     }
 
     // Every trial of a noise and of a sinusoid run in trials.tsv, against the
