@@ -6,6 +6,7 @@
 #include "procedure/staircase.h"
 #include "trackreplay.h"
 
+#include <QImage>
 #include <QtTest>
 
 #include <cmath>
@@ -216,7 +217,9 @@ private slots:
         const QString out = temp.filePath("out");
         const QStringList options{"--seed",       "5",       "--bootstrap", "200",
                                   "--free-lapse", "--lapse", "0.06",        data.path()};
-        const Outcome first = runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", out} + options);
+        const QDir png(temp.filePath("png"));
+        const Outcome first = runTool(VELTRANE_SUMMARY_PATH,
+                                      QStringList{"--out", out, "--png", png.path()} + options);
         auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 19);
         QVERIFY(first.status == 1 &&
@@ -339,6 +342,20 @@ private slots:
                      std::abs(shown.section(' ', 0, 0).toDouble() - mean(depthDb) +
                               levelAt(2.0 / 3, -20, 2, 0.02)) < 0.011,
                  qPrintable(simulator.out));
+
+        // A picture of every page, the study page first: each drawn on white,
+        // its charts and text covering about a twentieth of it.
+        QCOMPARE(png.entryList(QDir::Files).size(), 8);
+        for (const QString &page : png.entryList(QDir::Files)) {
+            const QImage image(png.filePath(page));
+            double ink = 0;
+            for (int y = 0; y < image.height(); y += 2)
+                for (int x = 0; x < image.width(); x += 2)
+                    ink += (image.pixel(x, y) != qRgb(255, 255, 255)) * 4.0 /
+                           (image.width() * image.height());
+            QVERIFY2(image.pixel(0, 0) == qRgb(255, 255, 255) && ink > 0.02 && ink < 0.2,
+                     qPrintable(page));
+        }
 
         // The same inputs and seed give the same tables, byte for byte.
         runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", temp.filePath("again")} + options);
