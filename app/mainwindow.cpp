@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "mainwindow.h"
 
+#include "../stimulus/outputmonitor.h"
 #include "../subject/subjectwindow.h"
 #include "windowgeometry.h"
 
@@ -75,8 +76,8 @@ MainWindow::MainWindow(QWidget *parent)
       subjectWindow(nullptr), soundTimer(nullptr), reactionClock(nullptr), reactionClockStarts(0),
       sequenceLength(0), sequenceIndex(0), audioBytes(nullptr), audioBuffer(nullptr),
       audioOutput(nullptr), centreWindow(true), widthFraction(0.8), heightFraction(0.9),
-      intervalTimer(nullptr), standardSoundRate(0.0), deviantSoundRate(0.0), runNumber(0),
-      intervalRun(0)
+      intervalTimer(nullptr), standardSoundRate(0.0), deviantSoundRate(0.0),
+      outputMonitor(new OutputMonitor), runNumber(0), intervalRun(0)
 {
     // lineEditFilePath is built before params in declaration order, so it
     // takes the record's desktop folder here.
@@ -123,6 +124,7 @@ MainWindow::~MainWindow()
     delete audioOutput;
     delete audioBuffer;
     delete audioBytes;
+    delete outputMonitor;
     // The panel widgets and layouts belong to the central widget.
     delete centralWidget;
 }

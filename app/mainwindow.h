@@ -13,6 +13,7 @@
 #include <QSet>
 #include <QVector>
 
+class OutputMonitor;
 class QAudioOutput;
 class QBuffer;
 class QByteArray;
@@ -91,7 +92,7 @@ public:
     // Results file and its sidecar (procedure/mainwindow_results.cpp).
     void saveResults();
     void noteRunStart();
-    void noteOutputDevice(const QString &device);
+    void noteOutputDevice(const QString &device, const OutputLevel &level);
     void warnFaultyRun();
     void saveSidecar(const QString &resultsPath);
 
@@ -104,6 +105,7 @@ public:
     void releaseExpiredIntervals();
     void releasePlayback();
     void settleOvertakenIntervals();
+    bool outputAccepted();
 
     // Synthesis (stimulus/mainwindow_synthesis.cpp).
     void generateSounds();
@@ -271,6 +273,9 @@ public:
     double deviantSoundRate;
     QVector<SoundingInterval> overtakenIntervals;
     QSet<int> unsupportedRatesLogged;
+    // The volume and mute state of the outputs, kept up to date by the sound
+    // server's client library on its own thread.
+    OutputMonitor *outputMonitor;
 
     // 14. The current run, for its sidecar (procedure/mainwindow_results.cpp):
     // the record as the run started, when it started and through what, and

@@ -187,7 +187,9 @@ void MainWindow::on_pushButtonView_clicked()
 
 void MainWindow::on_pushButtonGo_clicked()
 {
-    if (!panelAccepted(*this))
+    // The output is checked before anything changes, so that Cancel on its
+    // warning leaves the panel, the record, the sounds and Go as they were.
+    if (!panelAccepted(*this) || !outputAccepted())
         return;
     pushButtonGo->setEnabled(false);
     pushButtonView->setEnabled(true);

@@ -60,9 +60,10 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${VELTRANE_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 
-# The program needs these Qt modules at the version it is built against, and
-# the plugins package, which holds the PulseAudio back end Qt loads at run
-# time where no linker sees it. dpkg-shlibdeps (from dpkg-dev) adds whatever
+# The program needs these Qt modules at the version it is built against, the
+# plugins package, which holds the PulseAudio back end Qt loads at run time
+# where no linker sees it, and the sound server's client library, which reads
+# the output's volume. dpkg-shlibdeps (from dpkg-dev) adds whatever
 # else the binaries link, at the minimum version their symbols need; without
 # it the Qt packages above still pull in Qt's own dependencies.
 set(VELTRANE_QT_DEB_VERSION "(>= ${Qt5_VERSION_MAJOR}.${Qt5_VERSION_MINOR})")
@@ -70,7 +71,8 @@ string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS
   "libqt5widgets5 ${VELTRANE_QT_DEB_VERSION}"
   "libqt5charts5 ${VELTRANE_QT_DEB_VERSION}"
   "libqt5multimedia5 ${VELTRANE_QT_DEB_VERSION}"
-  "libqt5multimedia5-plugins ${VELTRANE_QT_DEB_VERSION}")
+  "libqt5multimedia5-plugins ${VELTRANE_QT_DEB_VERSION}"
+  "libpulse0")
 find_program(VELTRANE_DPKG_SHLIBDEPS dpkg-shlibdeps)
 if(VELTRANE_DPKG_SHLIBDEPS)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

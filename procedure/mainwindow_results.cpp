@@ -70,22 +70,34 @@ void MainWindow::noteRunStart()
     runFacts.randomSeed = RandomSource::lastSeed();
 }
 
-void MainWindow::noteOutputDevice(const QString &device)
+void MainWindow::noteOutputDevice(const QString &device, const OutputLevel &level)
 {
     const QVector<OutputDevice> &devices = runFacts.outputDevices;
-    if (!device.isEmpty() && (devices.isEmpty() || devices.constLast().device != device))
-        runFacts.outputDevices.append({device, params.trialCount});
+    if (!device.isEmpty() && (devices.isEmpty() || devices.constLast().device != device ||
+                              devices.constLast().level != level))
+        runFacts.outputDevices.append({device, params.trialCount, level});
+    QVector<int> &silent = runFacts.silentTrials;
+    if (level.silent() && (silent.isEmpty() || silent.constLast() != params.trialCount))
+        silent.append(params.trialCount);
 }
 
 void MainWindow::warnFaultyRun()
 {
-    const int sounds = sequenceLength * params.trials.size();
-    QMessageBox::warning(this, "Warning",
-                         QString("%1 of the %2 sounds of this run did not play: the audio output "
-                                 "stopped or never reported their end. The answers to them are "
-                                 "not valid; the run should be repeated.")
-                             .arg(runFacts.faultyIntervals.size())
-                             .arg(sounds));
+    QStringList text;
+    if (!runFacts.faultyIntervals.isEmpty())
+        text << QString("%1 of the %2 sounds of this run did not play: the audio output "
+                        "stopped or never reported their end.")
+                    .arg(runFacts.faultyIntervals.size())
+                    .arg(sequenceLength * params.trials.size());
+    if (!runFacts.silentTrials.isEmpty()) {
+        QStringList trials;
+        for (int trial : runFacts.silentTrials)
+            trials << QString::number(trial);
+        text << QString("%1 %2 played on a muted output (or one at 0 %).")
+                    .arg(trials.size() == 1 ? "Trial" : "Trials", trials.join(", "));
+    }
+    text << "The answers to them are not valid; the run should be repeated.";
+    QMessageBox::warning(this, "Warning", text.join(' '));
 }
 
 void MainWindow::saveSidecar(const QString &resultsPath)

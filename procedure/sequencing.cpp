@@ -104,7 +104,7 @@ void MainWindow::finishRun()
     emit doneDataCollection(params.threshold, params.reactionTime, params.mainParameter,
                             params.carrierFrequency[0]);
     settleOvertakenIntervals();
-    if (!runFacts.faultyIntervals.isEmpty())
+    if (!runFacts.faultyIntervals.isEmpty() || !runFacts.silentTrials.isEmpty())
         warnFaultyRun();
     if (params.saveData)
         saveResults();

@@ -24,6 +24,13 @@ const char *const result = "Result";
 const char *const playback = "Playback";
 const char *const acquired = "AcquisitionDateTime";
 const char *const faultyIntervals = "FaultyIntervals";
+const char *const outputDevices = "OutputDevices";
+const char *const device = "Device";
+const char *const fromTrial = "FromTrial";
+const char *const volume = "Volume";
+const char *const percent = "Percent";
+const char *const decibels = "Decibels";
+const char *const muted = "Muted";
 const char *const threshold = "Threshold";
 const char *const standard = "Standard";
 const char *const deviant = "Deviant";
@@ -143,9 +150,20 @@ QJsonObject playback(const RunFacts &facts)
     for (const FaultyInterval &f : faulty)
         intervals.append(QJsonObject{{"Trial", f.trial}, {"Sound", f.sound}});
     QJsonArray devices;
-    for (const OutputDevice &d : facts.outputDevices)
-        devices.append(QJsonObject{{"Device", d.device}, {"FromTrial", d.fromTrial}});
-    return {{"OutputDevices", devices},
+    for (const OutputDevice &d : facts.outputDevices) {
+        const OutputLevel &l = d.level;
+        const QJsonValue decibels =
+            std::isfinite(l.decibels) ? QJsonValue(l.decibels) : QJsonValue();
+        devices.append(QJsonObject{{key::device, d.device},
+                                   {key::fromTrial, d.fromTrial},
+                                   {key::volume, l.known ? QJsonObject{{key::percent, l.percent},
+                                                                       {key::decibels, decibels}}
+                                                         : QJsonValue()},
+                                   {key::muted, l.known ? QJsonValue(l.muted) : QJsonValue()}});
+    }
+    const double stream = facts.streamVolume;
+    return {{key::outputDevices, devices},
+            {"StreamVolume", std::isfinite(stream) ? QJsonValue(stream) : QJsonValue()},
             {"SampleRate", facts.sampleRate},
             {"Channels", facts.channels},
             {"SampleType", facts.sampleType},
@@ -192,6 +210,28 @@ bool whole(const QJsonObject &settings, const QString &label, int &value, QStrin
     return false;
 }
 
+// The output devices with their volume and mute state; an entry without
+// them (an earlier version) or with null for them has an unknown level.
+QVector<OutputDevice> outputDevices(const QJsonObject &playback)
+{
+    QVector<OutputDevice> devices;
+    for (const QJsonValue entry : playback.value(key::outputDevices).toArray()) {
+        OutputDevice d{entry[key::device].toString(), entry[key::fromTrial].toInt(), {}};
+        const QJsonValue percent = entry[key::volume][key::percent];
+        const QJsonValue muted = entry[key::muted];
+        d.level.known = percent.isDouble() && muted.isBool();
+        if (d.level.known) {
+            d.level.percent = percent.toInt();
+            d.level.muted = muted.toBool();
+            const QJsonValue decibels = entry[key::volume][key::decibels];
+            if (decibels.isDouble())
+                d.level.decibels = decibels.toDouble();
+        }
+        devices.append(d);
+    }
+    return devices;
+}
+
 } // namespace
 
 QString Sidecar::read(const QJsonObject &content, SidecarRecord &record)
@@ -217,8 +257,9 @@ QString Sidecar::read(const QJsonObject &content, SidecarRecord &record)
     if (!number(content.value(key::result).toObject(), key::threshold, record.threshold, missing))
         return QString("no %1 in %2").arg(missing, key::result);
     record.acquired = content.value(key::acquired).toString();
-    record.faultyIntervals =
-        content.value(key::playback).toObject().value(key::faultyIntervals).toArray().size();
+    const QJsonObject playback = content.value(key::playback).toObject();
+    record.faultyIntervals = playback.value(key::faultyIntervals).toArray().size();
+    record.outputDevices = outputDevices(playback);
     return QString();
 }
 

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "../stimulus/outputlevel.h"
+
 #include <QDateTime>
 #include <QJsonObject>
 #include <QString>
 #include <QVector>
 
 #include <cstdint>
+#include <limits>
 
 class SessionParameters;
 
@@ -18,11 +21,12 @@ struct FaultyInterval {
     int sound;
 };
 
-// An audio output device a run played through, from the trial (counted
-// from 1) in which its first sound of the run started.
+// An audio output device a run played through at one volume and mute state,
+// from the trial (counted from 1) in which its first sound so played started.
 struct OutputDevice {
     QString device;
     int fromTrial;
+    OutputLevel level;
 };
 
 // What a run's sidecar needs beyond the session record.
@@ -30,6 +34,8 @@ struct RunFacts {
     QDateTime started; // local time of "I am ready"; invalid when no run started
     std::uint64_t randomSeed = 0;
     QVector<OutputDevice> outputDevices; // in order; empty when there was no device
+    QVector<int> silentTrials; // trials with a sound played muted or at 0 %, for the warning
+    double streamVolume = std::numeric_limits<double>::quiet_NaN(); // NaN before a sound
     int sampleRate = 0;
     int channels = 0;
     QString sampleType;
@@ -54,6 +60,7 @@ struct SidecarRecord {
     QString acquired;       // as written; empty when the run never started
     double threshold = 0.0; // in the unit shown to the participant (Hz or %)
     int faultyIntervals = 0;
+    QVector<OutputDevice> outputDevices; // empty in sidecars of earlier versions
 };
 
 // The JSON file written beside the results file: a description of each of
@@ -79,9 +86,10 @@ QJsonObject content(const SessionParameters &atStart, const SessionParameters &a
                     const RunFacts &facts);
 
 // Reads back what an analysis needs. Fields it does not need (the column
-// descriptions, the output device, the audio format) may be missing, as in
-// sidecars of earlier versions; a missing list of faulty intervals counts as
-// none. Returns an empty string, or what is missing or of the wrong kind.
+// descriptions, the audio format) may be missing, as in sidecars of earlier
+// versions; a missing list of faulty intervals counts as none, a missing
+// volume or mute state as unknown. Returns an empty string, or what is missing or of the wrong
+// kind.
 QString read(const QJsonObject &content, SidecarRecord &record);
 
 // Writes the content pretty-printed in UTF-8, replacing an existing file.

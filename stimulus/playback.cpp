@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "../app/mainwindow.h"
+#include "outputmonitor.h"
 #include "samplebytes.h"
 
 #include <QAudioDeviceInfo>
@@ -7,6 +8,8 @@
 #include <QBuffer>
 #include <QDebug>
 #include <QElapsedTimer>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QTimer>
 
 #include <climits>
@@ -85,10 +88,15 @@ void MainWindow::playOneSound()
     audioBuffer = new QBuffer(audioBytes);
     audioBuffer->open(QIODevice::ReadOnly);
     // An output plays through the default device of the moment it is made, so
-    // the device is read for every sound: a headset unplugged or another
-    // default chosen during a run shows in its sidecar from that trial on.
-    noteOutputDevice(QAudioDeviceInfo::defaultOutputDevice().deviceName());
+    // the device and its volume are read for every sound: a headset unplugged,
+    // another default chosen or a volume key pressed during a run shows in its
+    // sidecar from that trial on. The volume comes from the monitor's cache:
+    // no question to the sound server delays the sound.
+    const QString device = QAudioDeviceInfo::defaultOutputDevice().deviceName();
+    noteOutputDevice(device, outputMonitor->level(device));
     audioOutput = new QAudioOutput(audioFormat, this);
+    if (std::isnan(runFacts.streamVolume))
+        runFacts.streamVolume = audioOutput->volume();
     connect(audioOutput, SIGNAL(stateChanged(QAudio::State)), this,
             SLOT(handleStateChanged(QAudio::State)));
     if (!intervalTimer) {
@@ -263,4 +271,21 @@ void MainWindow::releasePlayback()
         delete interval.buffer;
         delete interval.bytes;
     }
+}
+
+bool MainWindow::outputAccepted()
+{
+    const QString device = QAudioDeviceInfo::defaultOutputDevice().deviceName();
+    const OutputLevel level = outputMonitor->level(device);
+    if (!level.silent())
+        return true;
+    QMessageBox box(QMessageBox::Warning, "Warning",
+                    QString("The audio output \"%1\" is %2: the participant would hear nothing. "
+                            "Unmute it or raise its volume before the run.")
+                        .arg(device, level.muted ? "muted" : "at 0 %"),
+                    QMessageBox::Ok | QMessageBox::Cancel, this);
+    box.button(QMessageBox::Ok)->setText("Start anyway");
+    box.setDefaultButton(QMessageBox::Cancel);
+    box.setEscapeButton(QMessageBox::Cancel);
+    return box.exec() == QMessageBox::Ok;
 }

@@ -108,11 +108,12 @@ if [ -f "$entry" ]; then
         fail "Icon=$icon has no 48x48 icon in the package"
 fi
 
-# The Qt modules the program links, and the plugin package that holds the
-# PulseAudio back end Qt loads at run time.
+# The Qt modules the program links, the plugin package that holds the
+# PulseAudio back end Qt loads at run time, and the sound server's client
+# library.
 depends=$(field Depends)
 echo "Depends: $depends"
-for package in libqt5widgets5 libqt5charts5 libqt5multimedia5 libqt5multimedia5-plugins; do
+for package in libqt5widgets5 libqt5charts5 libqt5multimedia5 libqt5multimedia5-plugins libpulse0; do
     [[ ", $depends," =~ ,\ $package(\ \([^\)]*\))?, ]] || fail "Depends lacks $package"
 done
 # Build-time packages and the sanitizer runtime must never be needed to run.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "stimulus/outputmonitor.h"
 #include "support/modalcatcher.h"
 #include "support/runharness.h"
 
@@ -132,6 +133,15 @@ private slots:
             if (!interval.idle)
                 unended << QString("%1.%2").arg(interval.trial + 1).arg(interval.index);
         QCOMPARE(listed, unended);
+        // The output's volume and mute state are null while no server answers,
+        // and known once it is back; without any, the toolkit names no device.
+        const QJsonArray devices = json["Playback"]["OutputDevices"].toArray();
+        QVERIFY(fault != 3 ||
+                (devices.isEmpty() && !window.outputMonitor->level("veltrane").known));
+        QVERIFY(fault >= 2 || (QJsonDocument(devices)
+                                   .toJson(QJsonDocument::Compact)
+                                   .contains("\"Muted\":null,\"Volume\":null") &&
+                               devices.last()["Volume"]["Percent"] == 100));
         QCOMPARE(boxes.size(), 1);
         QVERIFY2(boxes[0].startsWith(QString("Warning: %1 of the 20 sounds").arg(listed.size())),
                  qPrintable(boxes[0]));
@@ -180,6 +190,56 @@ private slots:
         for (const OutputDevice &d : w.runFacts.outputDevices)
             facts += QString("%1 from %2, ").arg(d.device).arg(d.fromTrial);
         QCOMPARE(facts, QString("2.3 veltrane from 1, second from 2, "));
+    }
+
+    // The output's volume and mute state as the server reports them. Go on a
+    // muted output asks first, and Cancel leaves the panel, the record, the
+    // sounds and Go as they were. In the run (three trials), the volume set
+    // from 50 % to 80 % after trial 1 and the output muted after trial 2 give
+    // one entry from each trial, with the server's dB figure (its volume is
+    // cubic: 60 log10 of the fraction), and the muted trial is named at the end.
+    void volumeAndMute()
+    {
+        server.switchSink("veltrane");
+        QVERIFY(server.pactl({"set-sink-volume", "veltrane", "50%"}) &&
+                server.pactl({"set-sink-mute", "veltrane", "1"}));
+        MainWindow w;
+        RunHarness harness(w, 0.45, 10);
+        RunHarness::typeSession(w, {50, 100, 2, 2, QString()});
+        w.on_pushButtonView_clicked();
+        w.lineEditDurationStd->setText("80");
+        QTRY_VERIFY(w.outputMonitor->level("veltrane").muted);
+        ModalCatcher modal;
+        modal.arm(QMessageBox::Cancel);
+        w.on_pushButtonGo_clicked();
+        QVERIFY(
+            modal.boxes.value(0).startsWith("Warning: The audio output \"veltrane\" is muted") &&
+            !w.subjectWindow && w.isEnabled() && w.pushButtonGo->isEnabled() &&
+            w.params.duration[0] == 0.05);
+
+        QVERIFY(server.pactl({"set-sink-mute", "veltrane", "0"}));
+        QTRY_VERIFY(!w.outputMonitor->level("veltrane").muted);
+        connect(&w, &MainWindow::soundPlaying, this, [&](int index) {
+            const bool first = harness.trials.size() == 1;
+            if (index == -1)
+                server.pactl(
+                    {first ? "set-sink-volume" : "set-sink-mute", "veltrane", first ? "80%" : "1"});
+        });
+        modal.answerSaveDialogs({}); // no box at Go; one at the end
+        w.on_pushButtonGo_clicked();
+        QVERIFY(harness.run(10000));
+        QCOMPARE(
+            modal.boxes.mid(1),
+            QStringList("Warning: Trial 3 played on a muted output (or one at "
+                        "0 %). The answers to them are not valid; the run should be repeated."));
+        const QJsonObject sidecar = Sidecar::content(w.runSettings, w.params, w.runFacts);
+        const QJsonArray devices = sidecar["Playback"]["OutputDevices"].toArray();
+        QVERIFY(devices.size() == 3 && sidecar["Playback"]["StreamVolume"] == 1.0);
+        for (int i = 0, percent = 50; i < 3; ++i, percent = 80)
+            QVERIFY(devices[i]["Device"] == "veltrane" && devices[i]["FromTrial"] == i + 1 &&
+                    devices[i]["Volume"]["Percent"] == percent && devices[i]["Muted"] == (i == 2) &&
+                    std::fabs(devices[i]["Volume"]["Decibels"].toDouble() -
+                              60 * std::log10(percent / 100.0)) < 0.01);
     }
 
     // The experimenter window closed while sounds play, one of them maybe

@@ -366,6 +366,45 @@ private slots:
         QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
         QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
     }
+
+    // The output's volume and mute state from the sidecars: one volume (50
+    // and 80 %), a volume that changed, a muted trial, and unknown (no
+    // entries, as in earlier versions, or null).
+    void outputVolume()
+    {
+        QTemporaryDir temp;
+        const QDir data(temp.filePath("data"));
+        const QByteArray at50 =
+            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":50},"Muted":false})";
+        const QVector<QByteArray> outputs{
+            at50,
+            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":80},"Muted":false})",
+            at50 + R"(,{"Device":"a","FromTrial":5,"Volume":{"Percent":80},"Muted":false})",
+            at50 + R"(,{"Device":"a","FromTrial":3,"Volume":{"Percent":50},"Muted":true})",
+            "",
+            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})"};
+        QStringList files;
+        for (int s = 0; s < outputs.size(); ++s) {
+            files << QFileInfo(saveRun(data, "S01", 1, s + 1, true)).fileName();
+            const QString sidecar = Sidecar::path(data.filePath(files.last()));
+            rewrite(sidecar, contents(sidecar).replace(
+                                 "\"OutputDevices\": [",
+                                 s == 4 ? "\"Earlier\": [" : "\"OutputDevices\": [" + outputs[s]));
+        }
+        const Outcome run = runTool(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"),
+                                                            "--bootstrap", "0", data.path()});
+        QCOMPARE(QString::number(run.status) + run.messages.join('|'),
+                 QString("0veltrane-summary: S01, noise, modulation depth: included runs played at "
+                         "output volumes 50 %, 80 %"));
+        const auto runs = table(temp.filePath("out/runs.tsv"), "file");
+        QString cells;
+        for (const QString &file : files)
+            cells += runs[file]["output_volume_pct"] + "/" + runs[file]["output_muted"] + "/" +
+                     runs[file]["excluded_because"] + " ";
+        QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
+        QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
+                 QString("mixed"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestTools)

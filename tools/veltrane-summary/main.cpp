@@ -192,6 +192,16 @@ int main(int argc, char **argv)
         return 1;
 
     QVector<StudyGroup> groups = Study::group(rows, last);
+    // Runs played at different volumes are not one condition.
+    for (const StudyGroup &g : groups) {
+        QStringList volumes;
+        for (double v : g.outputVolumes)
+            volumes << QString::number(v) + " %";
+        const RunRow &r = rows[g.first];
+        if (volumes.size() > 1)
+            message(QString("%1, %2, %3: included runs played at output volumes %4")
+                        .arg(g.subject, r.soundType, r.mainParameter, volumes.join(", ")));
+    }
     Study::fitAll(groups, rows, fitOptions, seed, progress("fitting", groups.size()));
 
     const QJsonObject options{{"include-practice", rules.includePractice},

@@ -33,6 +33,26 @@ RunReading leftOut(const QString &where, int line, const QString &reason)
     return reading;
 }
 
+// The output's volume and mute state over the run, from the sidecar's
+// entries (none in sidecars of earlier versions). Entries of unknown volume
+// leave the run's volume unknown but change nothing.
+void takeOutput(const QVector<OutputDevice> &devices, RunRow &row)
+{
+    bool allKnown = !devices.isEmpty(), silent = false;
+    const OutputDevice *known = nullptr;
+    for (const OutputDevice &d : devices) {
+        allKnown = allKnown && d.level.known;
+        silent = silent || d.level.silent();
+        row.outputChanged = row.outputChanged || d.device != devices.first().device ||
+                            (known && d.level.known && d.level.percent != known->level.percent);
+        if (!known && d.level.known)
+            known = &d;
+    }
+    if (allKnown && !row.outputChanged)
+        row.outputVolumePct = known->level.percent;
+    row.outputMuted = silent ? 1 : allKnown ? 0 : -1;
+}
+
 // Settings from the sidecar; a reason (and its line, where there is one)
 // when it cannot be used.
 QString takeSidecar(const QString &path, RunRow &row, SidecarRecord &record, int &line)
@@ -69,6 +89,7 @@ QString takeSidecar(const QString &path, RunRow &row, SidecarRecord &record, int
     row.durationMs = record.duration;
     row.acquired = record.acquired;
     row.faultyIntervals = record.faultyIntervals;
+    takeOutput(record.outputDevices, row);
     return QString();
 }
 
@@ -195,6 +216,10 @@ RunReading RunReader::read(const QString &path, const RunRules &rules)
         row.excludedBecause << "incomplete";
     if (row.faultyIntervals > 0 && !rules.includeFaulty)
         row.excludedBecause << "faulty";
+    if (row.outputMuted == 1)
+        row.excludedBecause << "muted";
+    if (row.outputChanged)
+        row.excludedBecause << "volume changed";
     if (row.hasSidecar && !(std::abs(sidecar.threshold - row.threshold) <= thresholdTolerance))
         row.excludedBecause << "threshold mismatch";
     if (row.reversalSdDb > rules.maxReversalSdDb)

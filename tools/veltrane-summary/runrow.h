@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <limits>
+
 // One usable run as the summary sees it: what its files say, what the
 // staircase recomputes from its trials, and whether it counts. Numbers that
 // are not available are NaN and become empty cells.
@@ -25,6 +27,12 @@ struct RunRow {
     QString acquired;
     bool hasSidecar = false;
     int faultyIntervals = 0;
+    // The output's volume in % where it was one known value for the whole run
+    // (else NaN); 1 when a sound played muted or at 0 %, 0 when none did, -1
+    // when that is unknown; whether the volume or the device changed.
+    double outputVolumePct = std::numeric_limits<double>::quiet_NaN();
+    int outputMuted = -1;
+    bool outputChanged = false;
 
     // Trials with the tracked value in the file's unit, and the trials (from
     // 0) at which the staircase counted a reversal; the threshold averages

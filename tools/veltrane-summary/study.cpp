@@ -106,6 +106,12 @@ void Study::summarise(StudyGroup &g, const QVector<RunRow> &rows)
     g.geometricMean = rows[g.first].unitsPerFraction() * std::pow(10.0, g.meanDb / 20.0);
     g.median = Statistics::percentile(thresholds, 50.0);
     g.firstToLastDb = n >= 2 ? db.constLast() - db.constFirst() : notAvailable;
+    g.outputVolumes.clear();
+    for (int i : g.used)
+        if (!std::isnan(rows[i].outputVolumePct) &&
+            !g.outputVolumes.contains(rows[i].outputVolumePct))
+            g.outputVolumes.append(rows[i].outputVolumePct);
+    std::sort(g.outputVolumes.begin(), g.outputVolumes.end());
 }
 
 void Study::fitAll(QVector<StudyGroup> &groups, const QVector<RunRow> &rows,

@@ -23,5 +23,6 @@ struct StudyGroup {
     double geometricMean = 0.0; // file's unit
     double median = 0.0;        // file's unit
     double firstToLastDb = 0.0;
+    QVector<double> outputVolumes; // the used runs' known output volumes (%), each once, ascending
     FitResult fit;
 };

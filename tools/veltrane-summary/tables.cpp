@@ -83,6 +83,14 @@ const QVector<Column<RunRow>> &runColumns()
          [](const RunRow &r) { return cell(r.medianRtMs); }},
         {"faulty_intervals", "Sounds that did not play, from the sidecar", "",
          [](const RunRow &r) { return cell(r.faultyIntervals); }},
+        {"output_volume_pct",
+         "Volume of the audio output, from the sidecar, where it was one known value for the "
+         "whole run",
+         "%", [](const RunRow &r) { return cell(r.outputVolumePct); }},
+        {"output_muted",
+         "1 when a sound of the run played on a muted output (or one at 0 %), 0 when none did, "
+         "empty where unknown",
+         "", [](const RunRow &r) { return r.outputMuted < 0 ? QString() : cell(r.outputMuted); }},
         {"sidecar", "1 when the run's sidecar was read, else 0", "",
          [](const RunRow &r) { return flag(r.hasSidecar); }},
         {"included", "1 when the run enters the means and the fit, else 0", "",
@@ -90,7 +98,10 @@ const QVector<Column<RunRow>> &runColumns()
         {"excluded_because",
          "Every reason the run is left out, comma-separated: practice, incomplete, faulty, "
          "threshold mismatch (the sidecar's threshold differs from the recomputed one by more "
-         "than 0.001), unstable, carrier unknown (a frequency run without a sidecar)",
+         "than 0.001), unstable, carrier unknown (a frequency run without a sidecar), muted (a "
+         "sound "
+         "played on a muted output or one at 0 %), volume changed (the output's volume or device "
+         "changed during the run)",
          "", [](const RunRow &r) { return cell(r.excludedBecause.join(',')); }},
     };
     return columns;
@@ -117,6 +128,14 @@ const QVector<Column<GroupView>> &summaryColumns()
          [](const V &v) { return cell(v.r->standardDepthPct); }},
         {"duration_ms", "The standard's duration", "ms",
          [](const V &v) { return cell(v.r->durationMs); }},
+        {"output_volume_pct",
+         "The output volume of the summarised runs, or mixed when they differ (runs of unknown "
+         "volume not counted)",
+         "%",
+         [](const V &v) {
+             const QVector<double> &volumes = v.g->outputVolumes;
+             return volumes.size() > 1 ? "mixed" : volumes.isEmpty() ? QString() : cell(volumes[0]);
+         }},
         {"runs", "Included runs summarised (the last --last of them when set)", "",
          [](const V &v) { return cell(v.g->used.size()); }},
         {"mean_threshold_db", "Mean of threshold_db", "dB",
