@@ -4,6 +4,7 @@
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
+#include "trackreplay.h"
 
 #include <QtTest>
 
@@ -404,6 +405,26 @@ private slots:
         QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
         QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
                  QString("mixed"));
+    }
+
+    // The bootstrap runs each track again from its start under the fitted
+    // function. Right above −30 dB and guessing below, a depth track from 40 %
+    // falls in 2 dB steps, right once at each level from −7.96 to −23.96 dB
+    // (it never climbs back there), and is first wrong below −29 dB.
+    void replayedTrack()
+    {
+        TrackReplay tracks;
+        tracks.add(1, 0.4, 14);
+        gsl_rng *rng = gsl_rng_alloc(gsl_rng_mt19937);
+        const QVector<LevelCount> levels = tracks.replicate(-30.0, 0.2, 0.0, rng);
+        gsl_rng_free(rng);
+        QVERIFY(levels.size() > 9 && levels[0].levelDb < -29.0 && levels[0].levelDb > -40.0);
+        for (int k = 0; k < 9; ++k) {
+            const LevelCount &l = levels[levels.size() - 1 - k];
+            QVERIFY(std::abs(l.levelDb + 7.9588 + 2 * k) < 1e-4 && l.trials == 1 && l.correct == 1);
+        }
+        for (const LevelCount &l : levels)
+            QVERIFY(l.levelDb < -29.0 || l.correct == l.trials);
     }
 };
 

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+class TrackReplay;
+
 // The trials of one level pooled: how many were answered and how many right.
 struct LevelCount {
     double levelDb = 0.0;
@@ -21,8 +23,9 @@ struct FitOptions {
 };
 
 // A maximum-likelihood fit of the task's psychometric function with its
-// parametric-bootstrap intervals (2.5th and 97.5th percentiles). Values that
-// are not available are NaN.
+// 95 % intervals from a parametric bootstrap that re-runs the tracks (the
+// 1.7th and 98.3rd percentiles of the replicates). Values that are not
+// available are NaN.
 struct FitResult {
     int trials = 0;
     bool fitted = false; // false with fewer than FitOptions::minTrials trials or no convergence
@@ -39,12 +42,16 @@ struct FitResult {
 namespace PsychometricFit
 {
 
-// Pools trials by level (levels equal to 1e-6 dB are one), sorted by level.
-QVector<LevelCount> pool(const QVector<double> &levelsDb, const QVector<bool> &correct);
+// The entry of `levelDb` in `levels`, trials pooled by level and sorted by
+// it, added with no trials when missing. Levels within 1e-6 dB are one.
+LevelCount &level(QVector<LevelCount> &levels, double levelDb);
 
 // Fits ψ(x) = 0.5 + (0.5 − λ)·F((x − α)/β) by maximum likelihood (GSL's
-// BFGS minimiser with the analytic gradient) and bootstraps it with GSL's
-// generator seeded by `seed`, so a seed repeats the result exactly.
-FitResult fit(const QVector<LevelCount> &levels, const FitOptions &options, std::uint64_t seed);
+// BFGS minimiser with the analytic gradient) to `levels`, the trials of
+// `tracks` pooled, and bootstraps it: each replicate runs the tracks again
+// under the fitted function and is refitted. GSL's generator, seeded by
+// `seed`, draws the answers, so a seed repeats the result exactly.
+FitResult fit(const QVector<LevelCount> &levels, const TrackReplay &tracks,
+              const FitOptions &options, std::uint64_t seed);
 
 } // namespace PsychometricFit

@@ -2,6 +2,7 @@
 #include "study.h"
 
 #include "statistics.h"
+#include "trackreplay.h"
 
 #include <gsl/gsl_cdf.h>
 #include <gsl/gsl_errno.h>
@@ -42,14 +43,21 @@ QString conditionKey(const RunRow &r)
 void fitOne(StudyGroup &group, const QVector<RunRow> &rows, const FitOptions &options,
             std::uint64_t seed)
 {
-    QVector<double> levels;
-    QVector<bool> correct;
-    for (int i : group.used)
-        for (int t = 0; t < rows[i].trials.size(); ++t) {
-            levels.append(rows[i].levelDb(t));
-            correct.append(rows[i].trials[t].correct);
+    QVector<LevelCount> levels;
+    TrackReplay tracks;
+    for (int i : group.used) {
+        const RunRow &row = rows[i];
+        for (int t = 0; t < row.trials.size(); ++t) {
+            LevelCount &level = PsychometricFit::level(levels, row.levelDb(t));
+            ++level.trials;
+            level.correct += row.trials[t].correct;
         }
-    group.fit = PsychometricFit::fit(PsychometricFit::pool(levels, correct), options, seed);
+        // An included run is complete, and a run ends at the reversal that
+        // completes it, so its reversal count is its setting.
+        tracks.add(row.trackedQuantity, row.trials[0].value / row.unitsPerFraction(),
+                   row.reversals);
+    }
+    group.fit = PsychometricFit::fit(levels, tracks, options, seed);
 }
 
 QDateTime acquired(const RunRow &r)
