@@ -110,10 +110,10 @@ public:
               "--latency-msec=10 & } && head -c 4 /dev/zero | pacat -d \"$1\"",
               {name});
     }
-    // pactl with these arguments on the daemon, as for "set-sink-mute veltrane 1".
-    bool pactl(const QStringList &arguments) const { return shell("pactl \"$@\"", arguments); }
     // Makes the sink `name` the default output, as when another device is chosen.
     void switchSink(const QString &name) { shell("pactl set-default-sink \"$1\"", {name}); }
+    // pactl with these arguments on the daemon, as for "set-sink-mute veltrane 1".
+    bool pactl(const QStringList &arguments) const { return shell("pactl \"$@\"", arguments); }
     void unplugSink(int downMs)
     {
         shell("pactl unload-module \"${1%% *}\"; sleep \"$2\"; pactl load-module $1 && "

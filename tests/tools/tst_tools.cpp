@@ -447,24 +447,36 @@ private slots:
                  QString("0 "));
     }
 
-    // The bootstrap runs each track again from its start under the fitted
-    // function. Right above −30 dB and guessing below, a depth track from 40 %
-    // falls in 2 dB steps, right once at each level from −7.96 to −23.96 dB
-    // (it never climbs back there), and is first wrong below −29 dB.
-    void replayedTrack()
+    // The study page's figures: one condition's mean over the subjects that
+    // have one, its t interval (t 0.975 with 1 df is 12.7062), and the runs
+    // left out counted under each of their reasons.
+    void studyOverview()
     {
-        TrackReplay tracks;
-        tracks.add(1, 0.4, 14);
-        gsl_rng *rng = gsl_rng_alloc(gsl_rng_mt19937);
-        const QVector<LevelCount> levels = tracks.replicate(-30.0, 0.2, 0.0, rng);
-        gsl_rng_free(rng);
-        QVERIFY(levels.size() > 9 && levels[0].levelDb < -29.0 && levels[0].levelDb > -40.0);
-        for (int k = 0; k < 9; ++k) {
-            const LevelCount &l = levels[levels.size() - 1 - k];
-            QVERIFY(std::abs(l.levelDb + 7.9588 + 2 * k) < 1e-4 && l.trials == 1 && l.correct == 1);
+        QVector<RunRow> rows(5);
+        for (int i = 0; i < rows.size(); ++i) {
+            rows[i].hasSidecar = true;
+            rows[i].soundType = "noise";
+            rows[i].carrierHz = NAN;
+            rows[i].modulationHz = i == 4 ? 8 : 40;
         }
-        for (const LevelCount &l : levels)
-            QVERIFY(l.levelDb < -29.0 || l.correct == l.trials);
+        rows[2].excludedBecause = QStringList{"incomplete", "faulty"};
+        rows[3].excludedBecause = QStringList{"faulty"};
+        const auto group = [](int first, double meanDb) {
+            StudyGroup g;
+            g.first = first;
+            g.meanDb = meanDb;
+            return g;
+        };
+        const Overview o =
+            Overview::of({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
+        QCOMPARE(o.conditions.size(), 2);
+        const Overview::Condition &c = o.conditions[0]; // modulation 40 Hz sorts before 8 Hz
+        QCOMPARE(c.subjects, 2);
+        QVERIFY(qAbs(c.meanDb + 21) < 1e-9 && qAbs(c.ciHighDb - (-21 + 12.7062)) < 1e-3 &&
+                qAbs(c.ciLowDb - (-21 - 12.7062)) < 1e-3);
+        QVERIFY(c.groups.size() == 3 && std::isnan(o.conditions[1].ciLowDb));
+        QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
+        QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
     }
 
     // The output's volume and mute state from the sidecars: one volume (50
@@ -506,36 +518,24 @@ private slots:
                  QString("mixed"));
     }
 
-    // The study page's figures: one condition's mean over the subjects that
-    // have one, its t interval (t 0.975 with 1 df is 12.7062), and the runs
-    // left out counted under each of their reasons.
-    void studyOverview()
+    // The bootstrap runs each track again from its start under the fitted
+    // function. Right above −30 dB and guessing below, a depth track from 40 %
+    // falls in 2 dB steps, right once at each level from −7.96 to −23.96 dB
+    // (it never climbs back there), and is first wrong below −29 dB.
+    void replayedTrack()
     {
-        QVector<RunRow> rows(5);
-        for (int i = 0; i < rows.size(); ++i) {
-            rows[i].hasSidecar = true;
-            rows[i].soundType = "noise";
-            rows[i].carrierHz = NAN;
-            rows[i].modulationHz = i == 4 ? 8 : 40;
+        TrackReplay tracks;
+        tracks.add(1, 0.4, 14);
+        gsl_rng *rng = gsl_rng_alloc(gsl_rng_mt19937);
+        const QVector<LevelCount> levels = tracks.replicate(-30.0, 0.2, 0.0, rng);
+        gsl_rng_free(rng);
+        QVERIFY(levels.size() > 9 && levels[0].levelDb < -29.0 && levels[0].levelDb > -40.0);
+        for (int k = 0; k < 9; ++k) {
+            const LevelCount &l = levels[levels.size() - 1 - k];
+            QVERIFY(std::abs(l.levelDb + 7.9588 + 2 * k) < 1e-4 && l.trials == 1 && l.correct == 1);
         }
-        rows[2].excludedBecause = QStringList{"incomplete", "faulty"};
-        rows[3].excludedBecause = QStringList{"faulty"};
-        const auto group = [](int first, double meanDb) {
-            StudyGroup g;
-            g.first = first;
-            g.meanDb = meanDb;
-            return g;
-        };
-        const Overview o =
-            Overview::of({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
-        QCOMPARE(o.conditions.size(), 2);
-        const Overview::Condition &c = o.conditions[0]; // modulation 40 Hz sorts before 8 Hz
-        QCOMPARE(c.subjects, 2);
-        QVERIFY(qAbs(c.meanDb + 21) < 1e-9 && qAbs(c.ciHighDb - (-21 + 12.7062)) < 1e-3 &&
-                qAbs(c.ciLowDb - (-21 - 12.7062)) < 1e-3);
-        QVERIFY(c.groups.size() == 3 && std::isnan(o.conditions[1].ciLowDb));
-        QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
-        QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
+        for (const LevelCount &l : levels)
+            QVERIFY(l.levelDb < -29.0 || l.correct == l.trials);
     }
 };
 

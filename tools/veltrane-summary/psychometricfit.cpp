@@ -24,6 +24,13 @@ constexpr int maxIterations = 200;
 // tenth of the track's 1 dB steps cannot be told from such a step.
 constexpr double minBeta = 0.1;
 constexpr double maxBeta = 100.0;
+// The percent of replicates below and above a 95 % interval. The 2.5th and
+// 97.5th percentiles hold the truth only about 93 % of the time: a
+// participant whose slope comes out steep by chance gets replicates drawn with
+// that steep slope, and narrow intervals. The 1.7th and 98.3rd held it 93.7
+// to 96.3 % of the time in simulated studies of 5 runs per participant at
+// slopes of 1, 2 and 4 dB.
+constexpr double intervalTail = 1.7;
 
 struct Problem {
     QVector<LevelCount> levels; // the data's or a replicate's
@@ -223,12 +230,12 @@ FitResult PsychometricFit::fit(const QVector<LevelCount> &levels, const TrackRep
     }
     if (alphas.isEmpty())
         return r;
-    r.alphaLow = Statistics::percentile(alphas, 2.5);
-    r.alphaHigh = Statistics::percentile(alphas, 97.5);
-    r.betaLow = Statistics::percentile(betas, 2.5);
-    r.betaHigh = Statistics::percentile(betas, 97.5);
-    r.x66Low = Statistics::percentile(x66s, 2.5);
-    r.x66High = Statistics::percentile(x66s, 97.5);
+    r.alphaLow = Statistics::percentile(alphas, intervalTail);
+    r.alphaHigh = Statistics::percentile(alphas, 100.0 - intervalTail);
+    r.betaLow = Statistics::percentile(betas, intervalTail);
+    r.betaHigh = Statistics::percentile(betas, 100.0 - intervalTail);
+    r.x66Low = Statistics::percentile(x66s, intervalTail);
+    r.x66High = Statistics::percentile(x66s, 100.0 - intervalTail);
     r.devianceP = (atLeastAsLarge + 1.0) / (alphas.size() + 1.0);
     return r;
 }

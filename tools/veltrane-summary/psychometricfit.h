@@ -23,8 +23,9 @@ struct FitOptions {
 };
 
 // A maximum-likelihood fit of the task's psychometric function with its
-// parametric-bootstrap intervals (2.5th and 97.5th percentiles). Values that
-// are not available are NaN.
+// 95 % intervals from a parametric bootstrap that re-runs the tracks (the
+// 1.7th and 98.3rd percentiles of the replicates). Values that are not
+// available are NaN.
 struct FitResult {
     int trials = 0;
     bool fitted = false; // false with fewer than FitOptions::minTrials trials or no convergence
