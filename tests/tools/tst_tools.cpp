@@ -205,7 +205,7 @@ private slots:
         Outcome simulator;
         for (const QStringList &batch :
              {QStringList{"--quantity", "frequency", "--carrier", "500", "--alpha", "-40", "--runs",
-                          "4", "--runs-per-subject", "2"},
+                          "4", "--runs-per-subject", "2", "--reversals", "8", "--calculate", "8"},
               {"--lapse", "0.02", "--runs", "5"}}) {
             simulator = runTool(SIMULATE_LISTENER_PATH,
                                 batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"),
@@ -244,6 +244,13 @@ private slots:
                      lone["sound_type"] + lone["sidecar"] + lone["included"] + lone["carrier_hz"] +
                      lone["acquired"],
                  QString("practice|incomplete,faulty01|threshold mismatch|S02test1noise01"));
+        // A frequency run whose threshold averages all its 8 reversals counts
+        // each of them in trials.tsv.
+        int counted = 0;
+        for (const QString &line : QString(contents(out + "/trials.tsv")).split('\n'))
+            counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
+                       line.endsWith("\t1\t1\t1");
+        QCOMPARE(counted, 8);
         // The simulated runs as the simulator found them, under its names,
         // sound types, carrier and start times; the depth runs' trials pooled
         // by level (dB: trials, correct).
