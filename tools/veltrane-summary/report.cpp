@@ -383,9 +383,8 @@ void drawCondition(QPainter &painter, const QRectF &area, const Overview::Condit
     painter.setBrush(Qt::NoBrush);
 }
 
-// The first page: every condition's subjects side by side, then what became of
-// the runs.
-void drawStudyPage(QPainter &painter, const Overview &o, const QVector<StudyGroup> &groups)
+// A white page with its title in bold at the top; returns the title's font.
+QFont beginPage(QPainter &painter, const QString &title)
 {
     painter.fillRect(QRectF(QPointF(0, 0), pageSize), Qt::white);
     painter.setPen(Qt::black);
@@ -393,11 +392,19 @@ void drawStudyPage(QPainter &painter, const Overview &o, const QVector<StudyGrou
     font.setPixelSize(16);
     font.setBold(true);
     painter.setFont(font);
-    painter.drawText(QRectF(20, 10, pageSize.width() - 40, 24), Qt::AlignLeft,
-                     QString("The study: %1 condition%2; per subject the mean threshold of "
-                             "the included runs (their number in brackets)")
-                         .arg(o.conditions.size())
-                         .arg(o.conditions.size() == 1 ? "" : "s"));
+    painter.drawText(QRectF(20, 10, pageSize.width() - 40, 24), Qt::AlignLeft, title);
+    return font;
+}
+
+// The first page: every condition's subjects side by side, then what became of
+// the runs.
+void drawStudyPage(QPainter &painter, const Overview &o, const QVector<StudyGroup> &groups)
+{
+    QFont font = beginPage(painter, QString("The study: %1 condition%2; per subject the mean "
+                                            "threshold of the included runs (their number in "
+                                            "brackets)")
+                                        .arg(o.conditions.size())
+                                        .arg(o.conditions.size() == 1 ? "" : "s"));
 
     const int columns = std::max(1, std::min<int>(o.conditions.size(), 2));
     const int panelRows = std::max(1, (o.conditions.size() + columns - 1) / columns);
@@ -431,13 +438,7 @@ void drawStudyPage(QPainter &painter, const Overview &o, const QVector<StudyGrou
 void drawPage(QPainter &painter, const StudyGroup &g, const QVector<RunRow> &rows)
 {
     const RunRow &r = rows[g.first];
-    painter.fillRect(QRectF(QPointF(0, 0), pageSize), Qt::white);
-    painter.setPen(Qt::black);
-    QFont font = painter.font();
-    font.setPixelSize(16);
-    font.setBold(true);
-    painter.setFont(font);
-    painter.drawText(QRectF(20, 10, pageSize.width() - 40, 24), Qt::AlignLeft, heading(g, r));
+    QFont font = beginPage(painter, heading(g, r));
     font.setPixelSize(13);
     font.setBold(false);
     painter.setFont(font);
