@@ -2,14 +2,12 @@
 #include "overview.h"
 
 #include "statistics.h"
-
-#include <gsl/gsl_cdf.h>
+#include "study.h"
 
 #include <QMap>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 QString conditionLabel(const RunRow &r)
 {
@@ -54,10 +52,7 @@ Overview Overview::of(const QVector<StudyGroup> &groups, const QVector<RunRow> &
                 means.append(groups[g].meanDb);
         c.subjects = means.size();
         c.meanDb = Statistics::mean(means);
-        const double half = means.size() >= 2
-                                ? gsl_cdf_tdist_Pinv(0.975, means.size() - 1) *
-                                      Statistics::standardDeviation(means) / std::sqrt(means.size())
-                                : std::numeric_limits<double>::quiet_NaN();
+        const double half = Study::halfWidth95(means);
         c.ciLowDb = c.meanDb - half;
         c.ciHighDb = c.meanDb + half;
         o.conditions.append(c);

@@ -97,6 +97,14 @@ QVector<StudyGroup> Study::group(const QVector<RunRow> &rows, int last)
     return groups;
 }
 
+double Study::halfWidth95(const QVector<double> &values)
+{
+    const int n = values.size();
+    return n >= 2 ? gsl_cdf_tdist_Pinv(0.975, n - 1) * Statistics::standardDeviation(values) /
+                        std::sqrt(n)
+                  : notAvailable;
+}
+
 void Study::summarise(StudyGroup &g, const QVector<RunRow> &rows)
 {
     QVector<double> db, thresholds;
@@ -108,7 +116,7 @@ void Study::summarise(StudyGroup &g, const QVector<RunRow> &rows)
     g.meanDb = Statistics::mean(db);
     g.sdDb = n >= 2 ? Statistics::standardDeviation(db) : notAvailable;
     g.seDb = g.sdDb / std::sqrt(n);
-    const double half = n >= 2 ? gsl_cdf_tdist_Pinv(0.975, n - 1) * g.seDb : notAvailable;
+    const double half = halfWidth95(db);
     g.ciLowDb = g.meanDb - half;
     g.ciHighDb = g.meanDb + half;
     g.geometricMean = rows[g.first].unitsPerFraction() * std::pow(10.0, g.meanDb / 20.0);

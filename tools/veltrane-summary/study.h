@@ -20,6 +20,10 @@ namespace Study
 // is missing). `last` > 0 keeps only each group's last `last` included runs.
 QVector<StudyGroup> group(const QVector<RunRow> &rows, int last);
 
+// Half the width of the 95 % t interval of the values' mean; not a number
+// for fewer than two values.
+double halfWidth95(const QVector<double> &values);
+
 // Threshold statistics in dB of the used runs (mean, SD, SE, t interval,
 // geometric mean and median in the file's unit, last minus first).
 void summarise(StudyGroup &group, const QVector<RunRow> &rows);
