@@ -110,8 +110,9 @@ int main(int argc, char **argv)
         "threshold with the program's staircase, averages the thresholds in dB per subject and\n"
         "condition, fits the psychometric function 0.5 + (0.5 - lapse) F((x - alpha) / beta)\n"
         "(x in dB, F logistic) to the pooled trials, and writes runs.tsv, summary.tsv,\n"
-        "trials.tsv, summary.json and report.pdf. Exit status: 0 all files used, 1 some left out,\n"
-        "2 bad options or no results file found.");
+        "trials.tsv, figures.tsv (the points of the report's figures), summary.json and\n"
+        "report.pdf. Exit status: 0 all files used, 1 some left out, 2 bad options or no\n"
+        "results file found.");
     parser.addHelpOption();
     parser.addVersionOption();
     parser.addPositionalArgument("PATH", "A results file, or a folder searched recursively.",
@@ -229,7 +230,9 @@ int main(int argc, char **argv)
     written &= writeFile(folder.filePath("trials.tsv"), Tables::trials(rows).toUtf8());
     written &= writeFile(folder.filePath("summary.json"),
                          QJsonDocument(Tables::description(about)).toJson(QJsonDocument::Indented));
-    if (!Report::write(folder.filePath("report.pdf"), png, groups, rows, leftOut,
+    const QVector<ReportPage> pages = ReportPage::all(groups, rows, leftOut);
+    written &= writeFile(folder.filePath("figures.tsv"), Tables::figures(pages).toUtf8());
+    if (!Report::write(folder.filePath("report.pdf"), png, pages,
                        progress("drawing", groups.size()))) {
         message(folder.filePath("report.pdf") + ": the report could not be written whole");
         written = false;

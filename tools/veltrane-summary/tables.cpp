@@ -250,6 +250,42 @@ const QVector<Column<TrialView>> &trialColumns()
     return columns;
 }
 
+// A point of a report figure, with the page it is on (from 1).
+struct PointView {
+    int page;
+    const ReportPage *p;
+    const Figure *f;
+    const Figure::Series *s;
+    int i;
+};
+
+const QVector<Column<PointView>> &figureColumns()
+{
+    using V = PointView;
+    static const QVector<Column<PointView>> columns{
+        {"page", "The report's page, from 1 (the study page)", "",
+         [](const V &v) { return cell(v.page); }},
+        {"subject", "Subject code; empty on the study page", "",
+         [](const V &v) { return cell(v.p->subject); }},
+        {"condition", "The condition as the report names it; on the study page the panel's", "",
+         [](const V &v) { return cell(v.p->condition.isEmpty() ? v.f->title : v.p->condition); }},
+        {"figure", "tracks, thresholds, psychometric, or study (a panel of the study page)", "",
+         [](const V &v) { return cell(v.f->name); }},
+        {"series", "What the point belongs to: a run (tracks), a reason, a subject ...", "",
+         [](const V &v) { return cell(v.s->name); }},
+        {"x", "The point's x as drawn: trial, run, level or threshold", "dB or count",
+         [](const V &v) { return cell(v.s->points[v.i].x()); }},
+        {"y", "The point's y as drawn: level, threshold, proportion correct or row from the foot",
+         "dB, proportion or count", [](const V &v) { return cell(v.s->points[v.i].y()); }},
+        {"size", "A marker's diameter (a bin's area grows with its trials); empty on a line",
+         "pixels",
+         [](const V &v) {
+             return v.s->markers() ? cell(v.s->sizes.value(v.i, v.s->size)) : QString();
+         }},
+    };
+    return columns;
+}
+
 template <typename Row> QString table(const QVector<Column<Row>> &columns, const QVector<Row> &rows)
 {
     // Appended in place: trials.tsv has a row for every trial of the study.
@@ -303,11 +339,23 @@ QString Tables::trials(const QVector<RunRow> &rows)
     return table(trialColumns(), views);
 }
 
+QString Tables::figures(const QVector<ReportPage> &pages)
+{
+    QVector<PointView> views;
+    for (int k = 0; k < pages.size(); ++k)
+        for (const Figure &f : pages[k].figures)
+            for (const Figure::Series &s : f.series)
+                for (int i = 0; i < s.points.size(); ++i)
+                    views.append({k + 1, &pages[k], &f, &s, i});
+    return table(figureColumns(), views);
+}
+
 QJsonObject Tables::description(const QJsonObject &about)
 {
     QJsonObject object = about;
     object.insert("runs.tsv", describe(runColumns()));
     object.insert("summary.tsv", describe(summaryColumns()));
     object.insert("trials.tsv", describe(trialColumns()));
+    object.insert("figures.tsv", describe(figureColumns()));
     return object;
 }

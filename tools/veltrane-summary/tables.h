@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "reportpage.h"
 #include "runrow.h"
 #include "studygroup.h"
 
@@ -17,6 +18,9 @@ QString runs(const QVector<RunRow> &rows);
 QString summary(const QVector<StudyGroup> &groups, const QVector<RunRow> &rows);
 // One row per trial of every run, in the rows' order and trial order.
 QString trials(const QVector<RunRow> &rows);
+// Every point of the report's figures, page by page, for drawing them again
+// elsewhere.
+QString figures(const QVector<ReportPage> &pages);
 
 // What each column of the tables means and its unit, beside `about` (the
 // software, the options and the seed the tables were made with).
