@@ -4,6 +4,7 @@
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
+#include "reportpage.h"
 #include "trackreplay.h"
 
 #include <QImage>
@@ -100,7 +101,8 @@ double stdDev(const QVector<double> &v)
 struct Facts {
     QVector<double> values, averagedDb;
     QVector<bool> right;
-    double threshold = 0; // %
+    QVector<int> reversals; // trials, from 0
+    double threshold = 0;   // %
     double db() const { return 20 * std::log10(threshold / 100); }
 };
 
@@ -112,13 +114,12 @@ Facts facts(const QString &path)
             f.values.append(line.section('\t', 0, 0).toDouble());
             f.right.append(line.section('\t', 3, 3) == "1");
         }
-    QVector<double> reversals;
     for (int i = 1; i < f.values.size(); ++i)
         if (f.right[i] != f.right[i - 1])
-            reversals.append(f.values[i]);
-    for (double v : reversals.mid(reversals.size() - 8)) {
-        f.threshold += v / 8;
-        f.averagedDb.append(20 * std::log10(v / 100));
+            f.reversals.append(i);
+    for (int i : f.reversals.mid(f.reversals.size() - 8)) {
+        f.threshold += f.values[i] / 8;
+        f.averagedDb.append(20 * std::log10(f.values[i] / 100));
     }
     return f;
 }
@@ -300,6 +301,31 @@ private slots:
                          (a + b) / 2 + half, std::sqrt(earlier.threshold * later.threshold),
                          (earlier.threshold + later.threshold) / 2, b - a}));
 
+        // The report's figures as figures.tsv lists them (x, y, marker size),
+        // by subject and sound type (a study page panel by its condition),
+        // figure and series. S04's tracks in order of
+        // acquisition, answers and reversals marked, and its thresholds.
+        QMap<QString, QVector<QVector<double>>> drawn, expected;
+        for (const QString &line :
+             QString(contents(out + "/figures.tsv")).split('\n', Qt::SkipEmptyParts).mid(1)) {
+            const QStringList c = line.split('\t');
+            drawn[(c[1].isEmpty() ? c[2] : c[1] + ' ' + c[2].section(',', 0, 0)) + ' ' + c[3] +
+                  ' ' + c[4]]
+                .append({c[5].toDouble(), c[6].toDouble(), c[7].toDouble()});
+        }
+        int k = 0;
+        for (const Facts &f : {earlier, later}) {
+            const QString run = QString("S04 noise tracks run %1").arg(++k);
+            for (int t = 0; t < f.values.size(); ++t) {
+                const double x = t + 1, y = 20 * std::log10(f.values[t] / 100);
+                expected[run].append({x, y, 0});
+                expected[f.right[t] ? "S04 noise tracks correct" : "S04 noise tracks wrong"].append(
+                    {x, y, 5});
+                if (f.reversals.contains(t))
+                    expected["S04 noise tracks reversal"].append({x, y, 10});
+            }
+        }
+        expected["S04 noise thresholds included"] = {{1, a, 10}, {2, b, 10}};
         // The simulated listener's fit: the maximum of the log-likelihood
         // computed here, its deviance (twice the distance to the saturated
         // model's), x66 and x75 from the inverse of the function, and an
@@ -342,6 +368,59 @@ private slots:
                                            {"x66_db", fit["x66_db"].toDouble()}})
             QVERIFY(fit[name + "_ci95_low"].toDouble() < inside &&
                     inside < fit[name + "_ci95_high"].toDouble());
+        // SIM001's trials in 1 dB bins, each marker's area in proportion to
+        // its trials; the fitted function across the bins and 3 β either side
+        // of α; α's interval level with ψ(α).
+        QMap<long, QPair<double, double>> bins;
+        for (auto it = counts.begin(); it != counts.end(); ++it) {
+            bins[std::lround(it.key())].first += it->first;
+            bins[std::lround(it.key())].second += it->second;
+        }
+        double most = 0;
+        for (const auto &bin : bins)
+            most = std::max(most, bin.first);
+        for (auto it = bins.begin(); it != bins.end(); ++it)
+            expected["SIM001 noise psychometric 1 dB bins"].append(
+                {double(it.key()), it->second / it->first,
+                 std::max(3.0, 18 * std::sqrt(it->first / most))});
+        const double from = std::min(alpha - 3 * beta, double(bins.firstKey()));
+        const double to = std::max(alpha + 3 * beta, double(bins.lastKey()));
+        const auto psi = [&](double x) {
+            return 0.5 + (0.5 - lapse) / (1 + std::exp((alpha - x) / beta));
+        };
+        for (int k = 0; k <= 100; ++k)
+            expected["SIM001 noise psychometric fit"].append(
+                {from + (to - from) * k / 100, psi(from + (to - from) * k / 100), 0});
+        expected["SIM001 noise psychometric 95 % interval of α"] = {
+            {fit["alpha_db_ci95_low"].toDouble(), psi(alpha), 0},
+            {fit["alpha_db_ci95_high"].toDouble(), psi(alpha), 0}};
+        // The study page's panel of the noise runs: a row per subject from the
+        // top, with the mean and its interval, then the mean of the subjects'
+        // means with its t interval (t 0.975 with 2 df is 4.302653).
+        const QString panel =
+            "noise, modulation depth, modulation 40 Hz, standard depth 0 %, 600 ms "
+            "study ";
+        QVector<double> means;
+        for (const char *subject : {"S01", "S04", "SIM001"}) {
+            const Row &s = summary[QString(subject) + " noise"];
+            const double y = 4 - means.size(), m = s["mean_threshold_db"].toDouble();
+            means.append(m);
+            expected[panel + "subjects' means"].append({m, y, 7});
+            expected[panel + subject + " (" + s["runs"] + ")"] = {
+                {s["ci95_low_db"].toDouble(), y, 0}, {s["ci95_high_db"].toDouble(), y, 0}};
+        }
+        const double h = 4.302653 * stdDev(means) / std::sqrt(3.0);
+        expected[panel + "mean of subjects"] = {{mean(means), 1, 9}};
+        expected[panel + "mean of 3"] = {{mean(means) - h, 1, 0}, {mean(means) + h, 1, 0}};
+        for (auto it = expected.begin(); it != expected.end(); ++it) {
+            bool same = drawn[it.key()].size() == it->size();
+            for (int i = 0; same && i < it->size(); ++i)
+                for (int j = 0; j < 3; ++j)
+                    same &= std::abs(drawn[it.key()][i][j] - (*it)[i][j]) <=
+                            1e-6 * std::max(1.0, std::abs((*it)[i][j]));
+            QVERIFY2(same, qPrintable(it.key()));
+        }
+
         // The simulator's own table of the depth runs: the mean threshold re
         // the listener's 66.7 % point, from the inverse of its function.
         const QString shown = simulator.out.section("re that point", 1).simplified();
@@ -484,6 +563,33 @@ private slots:
         QVERIFY(c.groups.size() == 3 && std::isnan(o.conditions[1].ciLowDb));
         QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
         QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
+
+        // The report: the study page, then a page per group, each figure on
+        // its page and clear of the others.
+        const QVector<ReportPage> pages =
+            ReportPage::all({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
+        QCOMPARE(pages.size(), 5);
+        for (const ReportPage &page : pages)
+            for (const Figure &f : page.figures) {
+                QVERIFY(QRectF(QPointF(), ReportPage::size()).contains(f.area | page.noteArea) &&
+                        !f.area.intersects(page.noteArea));
+                for (const Figure &other : page.figures)
+                    QVERIFY(&f == &other || !f.area.intersects(other.area));
+            }
+        // Axes widened to round steps around the points: 1, 2 or 5 times a
+        // power of ten, at least 1 on a counting axis, 0 to 1 when empty.
+        Figure f;
+        const auto axes = [&](const QVector<QPointF> &points, bool whole) {
+            f.series = {{"", "", Figure::Style::Dots, Qt::black, 5.0, points, {}}};
+            Figures::fitAxes(f, whole);
+            return QVector<double>{f.x.min, f.x.max, f.x.step, double(f.x.decimals()),
+                                   f.y.min, f.y.max, f.y.step, double(f.y.decimals())};
+        };
+        QCOMPARE(axes({{1, -3.2}, {12, 4.9}}, true), (QVector<double>{0, 14, 2, 0, -6, 6, 2, 0}));
+        QCOMPARE(axes({{0.31, 0.12}, {0.36, 0.13}}, false),
+                 (QVector<double>{-0.2, 1, 0.2, 1, -0.4, 0.8, 0.2, 1}));
+        QCOMPARE(axes({{0.31, 0.12}}, true)[2], 1.0);
+        QCOMPARE(axes({}, false), (QVector<double>{0, 1, 0.2, 1, 0, 1, 0.2, 1}));
     }
 
     // The output's volume and mute state from the sidecars: one volume (50

@@ -13,7 +13,7 @@ namespace
 // A white page with its title in bold at the top, the note, and the figures.
 void draw(QPainter &painter, const ReportPage &page)
 {
-    painter.fillRect(QRectF(QPointF(0, 0), ReportPage::size()), Qt::white);
+    painter.fillRect(QRectF(QPointF(), ReportPage::size()), Qt::white);
     painter.setPen(Qt::black);
     QFont font = painter.font();
     font.setPixelSize(16);
@@ -34,9 +34,7 @@ bool Report::write(const QString &pdfPath, const QString &pngFolder,
                    const QVector<ReportPage> &pages, const std::function<void(int)> &progress)
 {
     QPdfWriter pdf(pdfPath);
-    pdf.setPageSize(QPageSize(QPageSize::A4));
-    pdf.setPageOrientation(QPageLayout::Landscape);
-    pdf.setPageMargins(QMarginsF(0, 0, 0, 0));
+    pdf.setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Landscape, QMarginsF()));
     pdf.setResolution(96);
     pdf.setCreator("veltrane-summary");
     QPainter painter;
@@ -48,10 +46,12 @@ bool Report::write(const QString &pdfPath, const QString &pngFolder,
             pdf.newPage();
         draw(painter, pages[k]);
         if (!pngFolder.isEmpty()) {
-            QImage image((ReportPage::size() * 2).toSize(), QImage::Format_RGB32);
+            // Twice the PDF's resolution, for screens and slides.
+            const double scale = 2.0;
+            QImage image((ReportPage::size() * scale).toSize(), QImage::Format_RGB32);
             QPainter imagePainter(&image);
             imagePainter.setRenderHint(QPainter::Antialiasing);
-            imagePainter.scale(2, 2);
+            imagePainter.scale(scale, scale);
             draw(imagePainter, pages[k]);
             imagePainter.end();
             written &= image.save(

@@ -48,17 +48,11 @@ Figure tracks(const StudyGroup &g, const QVector<RunRow> &rows)
     Figure::Series reversals{"reversal", "reversal", Style::Rings, Qt::black, 10.0, {}, {}};
     for (int k = 0; k < g.runs.size(); ++k) {
         const RunRow &r = rows[g.runs[k]];
-        Figure::Series line{QString("run %1").arg(k + 1),
-                            "included run",
-                            Style::Line,
-                            QColor(70, 70, 70),
-                            1.0,
-                            {},
-                            {}};
+        Figure::Series line{QString("run %1").arg(k + 1), "included run", Style::Line,
+                            QColor(70, 70, 70), 1.0, {}, {}};
         if (!r.included())
-            line = {
-                line.name, "excluded run (dashed)", Style::DashedLine, QColor(220, 120, 0), 2.0, {},
-                {}};
+            line = {line.name + ", excluded", "excluded run (dashed)", Style::DashedLine,
+                    QColor(220, 120, 0), 2.0, {}, {}};
         for (int t = 0; t < r.trials.size(); ++t) {
             const QPointF p(t + 1, r.levelDb(t));
             if (!std::isfinite(p.y()))
