@@ -12,9 +12,10 @@
 namespace
 {
 using Style = Figure::Style;
-const QColor rightColour(40, 150, 60);
-const QColor wrongColour(200, 50, 40);
-const QColor meanColour(40, 70, 130);
+// Colours as RGB.
+const QColor rightColour(0x28963c);
+const QColor wrongColour(0xc83228);
+const QColor meanColour(0x284682);
 
 QString fixed(double v)
 {
@@ -24,6 +25,18 @@ QString fixed(double v)
 QString subjectName(const StudyGroup &g)
 {
     return g.subject.isEmpty() ? QString("(no subject)") : g.subject;
+}
+
+// The page's margin, and the space between figures, in pixels.
+const double margin = 20.0;
+
+// The cell (column, row) of a grid of columns × rows over `area`, less half
+// a margin all round.
+QRectF cell(const QRectF &area, int columns, int rows, int column, int row)
+{
+    const QSizeF size(area.width() / columns, area.height() / rows);
+    return QRectF(area.topLeft() + QPointF(column * size.width(), row * size.height()), size)
+        .adjusted(margin / 2, margin / 2, -margin / 2, -margin / 2);
 }
 
 Figure named(const QString &name, const QString &title, const QString &xTitle,
@@ -48,11 +61,21 @@ Figure tracks(const StudyGroup &g, const QVector<RunRow> &rows)
     Figure::Series reversals{"reversal", "reversal", Style::Rings, Qt::black, 10.0, {}, {}};
     for (int k = 0; k < g.runs.size(); ++k) {
         const RunRow &r = rows[g.runs[k]];
-        Figure::Series line{QString("run %1").arg(k + 1), "included run", Style::Line,
-                            QColor(70, 70, 70), 1.0, {}, {}};
+        Figure::Series line{QString("run %1").arg(k + 1),
+                            "included run",
+                            Style::Line,
+                            QColor(0x464646),
+                            1.0,
+                            {},
+                            {}};
         if (!r.included())
-            line = {line.name + ", excluded", "excluded run (dashed)", Style::DashedLine,
-                    QColor(220, 120, 0), 2.0, {}, {}};
+            line = {line.name + ", excluded",
+                    "excluded run (dashed)",
+                    Style::DashedLine,
+                    QColor(0xdc7800),
+                    2.0,
+                    {},
+                    {}};
         for (int t = 0; t < r.trials.size(); ++t) {
             const QPointF p(t + 1, r.levelDb(t));
             if (!std::isfinite(p.y()))
@@ -73,8 +96,8 @@ Figure tracks(const StudyGroup &g, const QVector<RunRow> &rows)
 Figure thresholds(const StudyGroup &g, const QVector<RunRow> &rows)
 {
     Figure f = named("thresholds", "Thresholds in run order", "Run", "Threshold (dB)");
-    const QList<QColor> colours{wrongColour, QColor(230, 150, 30), QColor(120, 60, 170),
-                                QColor(30, 120, 200), QColor(150, 150, 150)};
+    const QList<QColor> colours{wrongColour, QColor(0xe6961e), QColor(0x783caa), QColor(0x1e78c8),
+                                QColor(0x969696)};
     QMap<QString, Figure::Series> byReason;
     for (int k = 0; k < g.runs.size(); ++k) {
         const RunRow &r = rows[g.runs[k]];
@@ -233,16 +256,15 @@ QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVe
                      .arg(o.included)
                      .arg(o.unusable)
                      .arg(reasons.isEmpty() ? QString("none") : reasons.join(", "));
-    study.noteArea = QRectF(20, height - 58, width - 40, 50);
-    // Conditions side by side in two columns, as many rows as they need.
+    study.noteArea = QRectF(margin, height - 60, width - 2 * margin, 50);
+    // Conditions side by side in two columns, as many rows as they need,
+    // between the title and the note.
     const int columns = std::clamp(o.conditions.size(), 1, 2);
     const int panelRows = std::max(1, (o.conditions.size() + columns - 1) / columns);
-    const double panelWidth = (width - 20) / columns, panelHeight = (height - 108) / panelRows;
+    const QRectF panels(0.0, 40, width, study.noteArea.top() - 40);
     for (int k = 0; k < o.conditions.size(); ++k) {
         study.figures.append(conditionPanel(o.conditions[k], groups));
-        study.figures.last().area =
-            QRectF(10 + (k % columns) * panelWidth, 44 + (k / columns) * panelHeight,
-                   panelWidth - 10, panelHeight - 6);
+        study.figures.last().area = cell(panels, columns, panelRows, k % columns, k / columns);
     }
     QVector<ReportPage> pages{study};
     for (const StudyGroup &g : groups) {
@@ -258,12 +280,13 @@ QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVe
                 .arg(fixed(g.meanDb), fixed(g.sdDb), fixed(g.ciLowDb), fixed(g.ciHighDb),
                      fixed(g.firstToLastDb), fixed(g.fit.alpha), fixed(g.fit.beta),
                      fixed(g.fit.x66));
-        page.noteArea = QRectF(20, 36, width - 40, 20);
-        const double w = width - 20;
+        page.noteArea = QRectF(margin, 36, width - 2 * margin, 20);
+        // The tracks across the page, the other two below them side by side.
+        const QRectF charts(0.0, page.noteArea.bottom(), width, height - page.noteArea.bottom());
         page.figures = {tracks(g, rows), thresholds(g, rows), psychometric(g, rows)};
-        page.figures[0].area = QRectF(10, 60, w, 360);
-        page.figures[1].area = QRectF(10, 425, w / 2, 360);
-        page.figures[2].area = QRectF(10 + w / 2, 425, w / 2, 360);
+        page.figures[0].area = cell(charts, 1, 2, 0, 0);
+        page.figures[1].area = cell(charts, 2, 2, 0, 1);
+        page.figures[2].area = cell(charts, 2, 2, 1, 1);
         pages.append(page);
     }
     return pages;
