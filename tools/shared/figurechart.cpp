@@ -90,7 +90,7 @@ void FigureChart::draw(QPainter &painter, const Figure &figure, const QRectF &ta
     // A title too long for the chart on two lines, broken at a comma.
     QString title = figure.title;
     const int middle = title.lastIndexOf(", ", title.size() / 2);
-    if (QFontMetricsF(font).horizontalAdvance(title) > target.width() && middle > 0)
+    if (QFontMetricsF(font).horizontalAdvance(title) > target.width() - 60 && middle > 0)
         title.replace(middle, 2, ",<br>");
     chart->setTitle(title);
     font.setPixelSize(11);
