@@ -564,18 +564,17 @@ private slots:
         QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
         QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
 
-        // The report: the study page, then a page per group, each figure on
-        // its page and clear of the others.
-        const QVector<ReportPage> pages =
-            ReportPage::all({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
+        // The report: the study page with its two conditions side by side,
+        // then a page per group, its figures in cells of their own.
+        const QVector<ReportPage> pages = ReportPage::all(
+            {group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
         QCOMPARE(pages.size(), 5);
+        QCOMPARE(pages[0].cells, (QVector<QRect>{{0, 0, 1, 1}, {1, 0, 1, 1}}));
         for (const ReportPage &page : pages)
-            for (const Figure &f : page.figures) {
-                QVERIFY(QRectF(QPointF(), ReportPage::size()).contains(f.area | page.noteArea) &&
-                        !f.area.intersects(page.noteArea));
-                for (const Figure &other : page.figures)
-                    QVERIFY(&f == &other || !f.area.intersects(other.area));
-            }
+            for (int i = 0; i < page.cells.size(); ++i)
+                for (int j = 0; j < i; ++j)
+                    QVERIFY(!page.cells[i].intersects(page.cells[j]) &&
+                            page.cells.size() == page.figures.size());
         // Axes widened to round steps around the points: 1, 2 or 5 times a
         // power of ten, at least 1 on a counting axis, 0 to 1 when empty.
         Figure f;

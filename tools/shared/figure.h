@@ -4,7 +4,6 @@
 #include <QColor>
 #include <QPair>
 #include <QPointF>
-#include <QRectF>
 #include <QString>
 #include <QVector>
 
@@ -43,7 +42,6 @@ struct Figure {
     };
     QString name; // the figure's short name in the figures table
     QString title;
-    QRectF area; // its place on a page, in pixels
     Axis x, y;
     QVector<Series> series;
 };

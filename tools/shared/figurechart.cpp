@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "figurechart.h"
 
-#include <QFontMetricsF>
 #include <QGraphicsScene>
 #include <QPainter>
 #include <QSet>
@@ -79,18 +78,16 @@ QList<QXYSeries *> series(const Figure::Series &s)
 }
 } // namespace
 
-void FigureChart::draw(QPainter &painter, const Figure &figure, const QRectF &target)
+QChart *FigureChart::chart(const Figure &figure)
 {
-    QGraphicsScene scene;
     auto *chart = new QChart;
-    scene.addItem(chart); // the scene owns the chart
     QFont font = chart->font();
     font.setPixelSize(14);
     chart->setTitleFont(font);
-    // A title too long for the chart on two lines, broken at a comma.
+    // Broken at the comma nearest the middle (titles are rich text).
     QString title = figure.title;
     const int middle = title.lastIndexOf(", ", title.size() / 2);
-    if (QFontMetricsF(font).horizontalAdvance(title) > target.width() - 60 && middle > 0)
+    if (title.size() > 60 && middle > 0)
         title.replace(middle, 2, ",<br>");
     chart->setTitle(title);
     font.setPixelSize(11);
@@ -122,7 +119,15 @@ void FigureChart::draw(QPainter &painter, const Figure &figure, const QRectF &ta
         }
         inLegend.insert(s.legend);
     }
+    return chart;
+}
+
+void FigureChart::draw(QPainter &painter, const Figure &figure, const QRectF &target)
+{
+    QGraphicsScene scene;
+    QChart *drawn = chart(figure);
+    scene.addItem(drawn); // the scene owns the chart
     const QRectF own(QPointF(), target.size());
-    chart->setGeometry(own);
+    drawn->setGeometry(own);
     scene.render(&painter, target, own);
 }

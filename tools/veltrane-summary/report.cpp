@@ -4,29 +4,41 @@
 #include "figurechart.h"
 
 #include <QDir>
+#include <QGridLayout>
 #include <QImage>
+#include <QLabel>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QtCharts/QChartView>
+
+#include <memory>
 
 namespace
 {
-// A white page with its title in bold at the top, the note, and the figures.
-void draw(QPainter &painter, const ReportPage &page)
+// A page as a widget laid out by Qt: the title in bold, the note, and the
+// figures in their cells of the grid below the title.
+std::unique_ptr<QWidget> sheet(const ReportPage &page)
 {
-    painter.fillRect(QRectF(QPointF(), ReportPage::size()), Qt::white);
-    painter.setPen(Qt::black);
-    QFont font = painter.font();
-    font.setPixelSize(16);
-    font.setBold(true);
-    painter.setFont(font);
-    painter.drawText(QRectF(20, 10, ReportPage::size().width() - 40, 24), Qt::AlignLeft,
-                     page.title);
-    font.setPixelSize(13);
-    font.setBold(false);
-    painter.setFont(font);
-    painter.drawText(page.noteArea, Qt::AlignLeft | Qt::TextWordWrap, page.note);
-    for (const Figure &figure : page.figures)
-        FigureChart::draw(painter, figure, figure.area);
+    auto sheet = std::make_unique<QWidget>();
+    sheet->setStyleSheet("background: white; font-size: 13px");
+    auto *grid = new QGridLayout(sheet.get());
+    auto *title = new QLabel(page.title);
+    title->setStyleSheet("font-weight: bold; font-size: 16px");
+    grid->addWidget(title, 0, 0, 1, -1);
+    auto *note = new QLabel(page.note);
+    note->setWordWrap(true);
+    const int first = grid->rowCount() + !page.noteBelow;
+    for (int k = 0; k < page.figures.size(); ++k) {
+        auto *view = new QtCharts::QChartView(FigureChart::chart(page.figures[k]));
+        view->setRenderHint(QPainter::Antialiasing);
+        const QRect &cell = page.cells[k];
+        grid->addWidget(view, first + cell.y(), cell.x(), cell.height(), cell.width());
+    }
+    grid->addWidget(note, page.noteBelow ? grid->rowCount() : first - 1, 0, 1, -1);
+    // A4 landscape at 96 dots per inch.
+    sheet->resize(1123, 794);
+    grid->activate();
+    return sheet;
 }
 } // namespace
 
@@ -42,17 +54,17 @@ bool Report::write(const QString &pdfPath, const QString &pngFolder,
         return false;
     bool written = true;
     for (int k = 0; k < pages.size(); ++k) {
+        const std::unique_ptr<QWidget> page = sheet(pages[k]);
         if (k > 0)
             pdf.newPage();
-        draw(painter, pages[k]);
+        page->render(&painter);
         if (!pngFolder.isEmpty()) {
             // Twice the PDF's resolution, for screens and slides.
             const double scale = 2.0;
-            QImage image((ReportPage::size() * scale).toSize(), QImage::Format_RGB32);
+            QImage image(page->size() * scale, QImage::Format_RGB32);
             QPainter imagePainter(&image);
-            imagePainter.setRenderHint(QPainter::Antialiasing);
             imagePainter.scale(scale, scale);
-            draw(imagePainter, pages[k]);
+            page->render(&imagePainter);
             imagePainter.end();
             written &= image.save(
                 QDir(pngFolder).filePath(QString("page-%1.png").arg(k + 1, 3, 10, QChar('0'))));

@@ -27,18 +27,6 @@ QString subjectName(const StudyGroup &g)
     return g.subject.isEmpty() ? QString("(no subject)") : g.subject;
 }
 
-// The page's margin, and the space between figures, in pixels.
-const double margin = 20.0;
-
-// The cell (column, row) of a grid of columns × rows over `area`, less half
-// a margin all round.
-QRectF cell(const QRectF &area, int columns, int rows, int column, int row)
-{
-    const QSizeF size(area.width() / columns, area.height() / rows);
-    return QRectF(area.topLeft() + QPointF(column * size.width(), row * size.height()), size)
-        .adjusted(margin / 2, margin / 2, -margin / 2, -margin / 2);
-}
-
 Figure named(const QString &name, const QString &title, const QString &xTitle,
              const QString &yTitle)
 {
@@ -240,7 +228,6 @@ QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVe
                                     int unusable)
 {
     const Overview o = Overview::of(groups, rows, unusable);
-    const double width = size().width(), height = size().height();
     ReportPage study;
     study.title = QString("The study: %1 condition%2; per subject the mean threshold of the "
                           "included runs (their number in brackets)")
@@ -256,15 +243,11 @@ QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVe
                      .arg(o.included)
                      .arg(o.unusable)
                      .arg(reasons.isEmpty() ? QString("none") : reasons.join(", "));
-    study.noteArea = QRectF(margin, height - 60, width - 2 * margin, 50);
-    // Conditions side by side in two columns, as many rows as they need,
-    // between the title and the note.
-    const int columns = std::clamp(o.conditions.size(), 1, 2);
-    const int panelRows = std::max(1, (o.conditions.size() + columns - 1) / columns);
-    const QRectF panels(0.0, 40, width, study.noteArea.top() - 40);
+    study.noteBelow = true;
+    // Conditions side by side in two columns, as many rows as they need.
     for (int k = 0; k < o.conditions.size(); ++k) {
         study.figures.append(conditionPanel(o.conditions[k], groups));
-        study.figures.last().area = cell(panels, columns, panelRows, k % columns, k / columns);
+        study.cells.append(QRect(k % 2, k / 2, 1, 1));
     }
     QVector<ReportPage> pages{study};
     for (const StudyGroup &g : groups) {
@@ -280,13 +263,9 @@ QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVe
                 .arg(fixed(g.meanDb), fixed(g.sdDb), fixed(g.ciLowDb), fixed(g.ciHighDb),
                      fixed(g.firstToLastDb), fixed(g.fit.alpha), fixed(g.fit.beta),
                      fixed(g.fit.x66));
-        page.noteArea = QRectF(margin, 36, width - 2 * margin, 20);
         // The tracks across the page, the other two below them side by side.
-        const QRectF charts(0.0, page.noteArea.bottom(), width, height - page.noteArea.bottom());
         page.figures = {tracks(g, rows), thresholds(g, rows), psychometric(g, rows)};
-        page.figures[0].area = cell(charts, 1, 2, 0, 0);
-        page.figures[1].area = cell(charts, 2, 2, 0, 1);
-        page.figures[2].area = cell(charts, 2, 2, 1, 1);
+        page.cells = {QRect(0, 0, 2, 1), QRect(0, 1, 1, 1), QRect(1, 1, 1, 1)};
         pages.append(page);
     }
     return pages;
