@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
+#include "figurechart.h"
 #include "overview.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
@@ -8,6 +9,7 @@
 #include "trackreplay.h"
 
 #include <QImage>
+#include <QtCharts>
 #include <QtTest>
 
 #include <cmath>
@@ -566,8 +568,8 @@ private slots:
 
         // The report: the study page with its two conditions side by side,
         // then a page per group, its figures in cells of their own.
-        const QVector<ReportPage> pages = ReportPage::all(
-            {group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
+        const QVector<ReportPage> pages =
+            ReportPage::all({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
         QCOMPARE(pages.size(), 5);
         QCOMPARE(pages[0].cells, (QVector<QRect>{{0, 0, 1, 1}, {1, 0, 1, 1}}));
         for (const ReportPage &page : pages)
@@ -589,6 +591,76 @@ private slots:
                  (QVector<double>{-0.2, 1, 0.2, 1, -0.4, 0.8, 0.2, 1}));
         QCOMPARE(axes({{0.31, 0.12}}, true)[2], 1.0);
         QCOMPARE(axes({}, false), (QVector<double>{0, 1, 0.2, 1, 0, 1, 0.2, 1}));
+    }
+
+    // A figure handed to Qt Charts as it is: each style with its points,
+    // size, shape and colours, the axes' ranges and ticks, row labels in
+    // order, one legend entry per legend text, a long title broken at a comma.
+    void figureChart()
+    {
+        using S = Figure::Style;
+        const QColor c(0x28963c);
+        Figure f;
+        f.title = "noise, modulation depth, modulation 40 Hz, standard depth 0 %, 600 ms";
+        f.x = Figures::roundAxis("dB", -1.3, 4.2, 0.5);
+        f.y = {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}};
+        f.series = {{"l", "line", S::Line, c, 2.0, {{0, 1}, {1, 2}}, {}},
+                    {"d", "line", S::DashedLine, c, 3.0, {{0, 2}}, {}},
+                    {"m", "dots", S::Dots, c, 6.0, {{1, 1}, {2, 2}}, {4.0, 9.0}},
+                    {"s", "", S::Squares, c, 7.0, {{3, 1}}, {}},
+                    {"r", "rings", S::Rings, c, 8.0, {{4, 2}}, {}},
+                    {"f", "area", S::Filled, c, 1.0, {{0, 1}, {2, 1}}, {}}};
+        QGraphicsScene scene;
+        QChart *chart = FigureChart::chart(f);
+        scene.addItem(chart);
+        chart->resize(600, 400);
+        QApplication::processEvents();
+        QCOMPARE(
+            chart->title(),
+            QString("noise, modulation depth,<br>modulation 40 Hz, standard depth 0 %, 600 ms"));
+        const auto *x = qobject_cast<QValueAxis *>(chart->axes(Qt::Horizontal).value(0));
+        auto *y = qobject_cast<QCategoryAxis *>(chart->axes(Qt::Vertical).value(0));
+        QVERIFY(x && y && x->tickType() == QValueAxis::TicksDynamic &&
+                y->labelsPosition() == QCategoryAxis::AxisLabelsPositionOnValue);
+        QCOMPARE(QString("%1 %2 %3 %4 %5 %6 %7 %8 %9 %10")
+                     .arg(x->titleText(), x->labelFormat(), y->titleText(),
+                          y->categoriesLabels().join(','))
+                     .arg(x->min())
+                     .arg(x->max())
+                     .arg(x->tickInterval())
+                     .arg(x->tickAnchor())
+                     .arg(y->endValue("a") + 10 * y->endValue("b"))
+                     .arg(y->min() + 10 * y->max()),
+                 QString("dB %.1f row a,b -1.5 4.5 0.5 0 21 25.5"));
+        QStringList drawn;
+        for (QAbstractSeries *s : chart->series()) {
+            const auto *area = qobject_cast<QAreaSeries *>(s);
+            const auto *dots = qobject_cast<QScatterSeries *>(s);
+            const QXYSeries *xy = area ? area->upperSeries() : qobject_cast<QXYSeries *>(s);
+            QString text = s->name();
+            for (const QPointF &p : xy->points())
+                text += QString(" (%1 %2)").arg(p.x()).arg(p.y());
+            drawn << text + QString(" %1 %2 %3 %4 %5")
+                                .arg(dots ? dots->markerSize() : xy->pen().widthF())
+                                .arg(dots ? int(dots->markerShape()) : int(xy->pen().style()))
+                                .arg((area   ? area->color()
+                                      : dots ? dots->color()
+                                             : xy->pen().color())
+                                         .name(QColor::HexArgb))
+                                .arg((area   ? area->borderColor()
+                                      : dots ? dots->borderColor()
+                                             : QColor())
+                                         .name())
+                                .arg(chart->legend()->markers(s).value(0)->isVisible() +
+                                     2 * s->attachedAxes().size());
+        }
+        QCOMPARE(
+            drawn,
+            QStringList({"line (0 1) (1 2) 2 1 #ff28963c #000000 5",
+                         "line (0 2) 3 2 #ff28963c #000000 4", "dots 6 0 #ff28963c #144b1e 5",
+                         "dots (1 1) 4 0 #ff28963c #144b1e 4", "dots (2 2) 9 0 #ff28963c #144b1e 4",
+                         " (3 1) 7 1 #ff28963c #144b1e 4", "rings (4 2) 8 0 #00000000 #28963c 5",
+                         "area (0 1) (2 1) 1 1 #ff28963c #144b1e 5"}));
     }
 
     // The output's volume and mute state from the sidecars: one volume (50
@@ -651,5 +723,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestTools)
+QTEST_MAIN(TestTools)
 #include "tst_tools.moc"
