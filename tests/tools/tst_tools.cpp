@@ -567,6 +567,7 @@ private slots:
         QCOMPARE(axes({{0.31, 0.12}, {0.36, 0.13}}, false),
                  (QVector<double>{-0.2, 1, 0.2, 1, -0.4, 0.8, 0.2, 1}));
         QCOMPARE(axes({{0.31, 0.12}}, true)[2], 1.0);
+        QCOMPARE(axes({{1, 0}, {13, 40}}, true), (QVector<double>{0, 15, 5, 0, -10, 50, 10, 0}));
         QCOMPARE(axes({}, false), (QVector<double>{0, 1, 0.2, 1, 0, 1, 0.2, 1}));
     }
 

@@ -11,7 +11,7 @@ int Figure::Axis::decimals() const
 
 double Figures::tickStep(double span, int ticks, bool whole)
 {
-    const double raw = std::max(span, 1e-9) / ticks;
+    const double raw = span / ticks;
     const double power = std::pow(10.0, std::floor(std::log10(raw)));
     double step = 10.0 * power;
     for (double m : {1.0, 2.0, 5.0})

@@ -49,8 +49,8 @@ struct Figure {
 namespace Figures
 {
 
-// A round tick spacing for a span: 1, 2 or 5 times a power of ten, about
-// `ticks` intervals; at least 1 on an axis that counts (`whole`).
+// A round tick spacing for a span (above 0): 1, 2 or 5 times a power of ten,
+// about `ticks` intervals; at least 1 on an axis that counts (`whole`).
 double tickStep(double span, int ticks, bool whole);
 
 // An axis from low to high widened to whole steps.
