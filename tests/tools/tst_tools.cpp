@@ -579,7 +579,7 @@ private slots:
         using S = Figure::Style;
         const QColor c(0x28963c);
         Figure f;
-        f.title = "noise, modulation depth, modulation 40 Hz, standard depth 0 %, 600 ms";
+        f.title = "noise, modulation depth, modulation 40 Hz, standard depth 1 %";
         f.x = Figures::roundAxis("dB", -1.3, 4.2, 0.5);
         f.y = {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}};
         f.series = {{"l", "line", S::Line, c, 2.0, {{0, 1}, {1, 2}}, {}},
@@ -593,9 +593,8 @@ private slots:
         scene.addItem(chart);
         chart->resize(600, 400);
         QApplication::processEvents();
-        QCOMPARE(
-            chart->title(),
-            QString("noise, modulation depth,<br>modulation 40 Hz, standard depth 0 %, 600 ms"));
+        QCOMPARE(chart->title(),
+                 QString("noise, modulation depth,<br>modulation 40 Hz, standard depth 1 %"));
         const auto *x = qobject_cast<QValueAxis *>(chart->axes(Qt::Horizontal).value(0));
         auto *y = qobject_cast<QCategoryAxis *>(chart->axes(Qt::Vertical).value(0));
         QVERIFY(x && y && x->tickType() == QValueAxis::TicksDynamic &&
