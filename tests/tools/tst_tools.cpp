@@ -530,7 +530,7 @@ private slots:
     // 40) each at the count of the finished runs' thresholds within it, so
     // that together they hold all; the mean and the listener's two-thirds
     // point as vertical lines up to the tallest bin; the first run's track in
-    // dB with its answers marked right or wrong.
+    // dB with its answers marked right or wrong; axes that hold them.
     void simulatorFigures()
     {
         const double target = levelAt(2.0 / 3, -20, 2, 0.02);
@@ -558,7 +558,7 @@ private slots:
                     f[0].series[1].points == (QVector<QPointF>{{mean(db), 0}, {mean(db), top}}) &&
                     f[0].series[2].points == (QVector<QPointF>{{target, 0}, {target, top}}) &&
                     f[1].series[0].points == track && f[1].series[1].points == right &&
-                    f[1].series[2].points == wrong);
+                    f[1].series[2].points == wrong && f[0].x.min < -30 && f[1].x.max >= n);
         }
     }
 

@@ -16,6 +16,12 @@ double decibels(double x)
     return 20.0 * std::log10(x);
 }
 
+// A level as the legends show it.
+QString inDb(double level)
+{
+    return QString::number(level, 'f', 2) + " dB";
+}
+
 Figure::Series dashed(const QString &name, const QString &legend, const QColor &colour,
                       const QPointF &from, const QPointF &to)
 {
@@ -25,7 +31,6 @@ Figure::Series dashed(const QString &name, const QString &legend, const QColor &
 Figure histogram(const SessionParameters &start, const Listener &listener,
                  const QVector<RunOutcome> &outcomes)
 {
-    const SimulationSummary summary = SimulationSummary::of(outcomes, listener, start);
     QVector<double> values;
     for (const RunOutcome &outcome : outcomes)
         if (outcome.finished)
@@ -34,43 +39,42 @@ Figure histogram(const SessionParameters &start, const Listener &listener,
     f.title = QString("Thresholds of %1 finished runs").arg(values.size());
     f.x.title = "Threshold (dB, 20·log10 of the stored fraction)";
     f.y.title = "Runs";
-    int top = 0;
-    if (!values.isEmpty()) {
-        const auto [lowest, highest] = std::minmax_element(values.cbegin(), values.cend());
-        const int bins = std::clamp(static_cast<int>(std::ceil(std::sqrt(values.size()))), 10, 40);
-        const double low = *lowest - 0.25;
-        const double width = (*highest + 0.25 - low) / bins;
-        QVector<int> counts(bins, 0);
-        for (double v : values)
-            ++counts[std::min(bins - 1, static_cast<int>((v - low) / width))];
-        top = *std::max_element(counts.cbegin(), counts.cend());
-        Figure::Series outline{"thresholds",
-                               QString("runs per %1 dB").arg(width, 0, 'f', 2),
-                               Style::Filled,
-                               QColor("lightsteelblue"),
-                               1.0,
-                               {},
-                               {}};
-        for (int i = 0; i < bins; ++i)
-            outline.points << QPointF(low + i * width, counts[i])
-                           << QPointF(low + (i + 1) * width, counts[i]);
-        const double mean = summary.meanThresholdDb;
-        f.series << outline
-                 << dashed("mean", QString("mean %1 dB").arg(mean, 0, 'f', 2), Qt::black,
-                           QPointF(mean, 0.0), QPointF(mean, top));
-    }
+    if (values.isEmpty())
+        return f;
+    const auto [lowest, highest] = std::minmax_element(values.cbegin(), values.cend());
+    const int bins = std::clamp(static_cast<int>(std::ceil(std::sqrt(values.size()))), 10, 40);
+    const double low = *lowest - 0.25;
+    const double width = (*highest + 0.25 - low) / bins;
+    QVector<int> counts(bins, 0);
+    for (double v : values)
+        ++counts[std::min(bins - 1, static_cast<int>((v - low) / width))];
+    const double top = *std::max_element(counts.cbegin(), counts.cend());
+    Figure::Series outline{"thresholds",
+                           "runs per " + inDb(width),
+                           Style::Filled,
+                           QColor("lightsteelblue"),
+                           1.0,
+                           {},
+                           {}};
+    for (int i = 0; i < bins; ++i)
+        outline.points << QPointF(low + i * width, counts[i])
+                       << QPointF(low + (i + 1) * width, counts[i]);
+    const SimulationSummary summary = SimulationSummary::of(outcomes, listener, start);
+    const double mean = summary.meanThresholdDb;
+    f.series << outline
+             << dashed("mean", "mean " + inDb(mean), Qt::black, {mean, 0.0}, {mean, top});
     // A step listener's target is its switching value, whatever the step ratio.
     const double target = summary.targetLevelDb;
-    const QString legend = listener.kind() == Listener::Kind::Logistic
-                               ? QString("%1 % point %2 dB")
-                                     .arg(summary.targetPercentCorrect, 0, 'f', 1)
-                                     .arg(target, 0, 'f', 2)
-                               : QString("switching value %1 dB").arg(target, 0, 'f', 2);
+    const QString legend =
+        listener.kind() == Listener::Kind::Logistic
+            ? QString::number(summary.targetPercentCorrect, 'f', 1) + " % point " + inDb(target)
+            : "switching value " + inDb(target);
     if (std::isfinite(target))
-        f.series << dashed("target", legend, QColor("firebrick"), QPointF(target, 0.0),
-                           QPointF(target, top));
+        f.series << dashed("target", legend, QColor("firebrick"), {target, 0.0}, {target, top});
+    // The count axis from 0, in whole runs.
     Figures::fitAxes(f, false);
-    f.y = Figures::roundAxis(f.y.title, 0.0, f.y.max, Figures::tickStep(f.y.max, 6, true));
+    f.y.min = 0.0;
+    f.y.step = std::max(1.0, f.y.step);
     return f;
 }
 
@@ -93,9 +97,8 @@ Figure track(const SessionParameters &start, const RunOutcome &run)
     f.series << line << right << wrong;
     const double threshold = decibels(run.threshold);
     if (run.finished)
-        f.series << dashed("threshold", QString("threshold %1 dB").arg(threshold, 0, 'f', 2),
-                           Qt::black, QPointF(1.0, threshold),
-                           QPointF(run.trials.size(), threshold));
+        f.series << dashed("threshold", "threshold " + inDb(threshold), Qt::black, {1.0, threshold},
+                           {double(run.trials.size()), threshold});
     Figures::fitAxes(f, true);
     return f;
 }
