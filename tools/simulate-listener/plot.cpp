@@ -17,6 +17,5 @@ bool Plot::writePng(const QString &path, const QVector<Figure> &figures)
     painter.setRenderHint(QPainter::Antialiasing);
     for (const Figure &figure : figures)
         FigureChart::draw(painter, figure, figure.area);
-    painter.end();
-    return image.save(path, "PNG");
+    return painter.end() && image.save(path, "PNG");
 }

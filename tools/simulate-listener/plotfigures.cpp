@@ -107,10 +107,8 @@ Figure track(const SessionParameters &start, const RunOutcome &run)
 QVector<Figure> PlotFigures::of(const SessionParameters &start, const Listener &listener,
                                 const QVector<RunOutcome> &outcomes)
 {
-    QVector<Figure> figures{histogram(start, listener, outcomes)};
-    if (!outcomes.isEmpty())
-        figures.append(track(start, outcomes.first()));
-    for (int k = 0; k < figures.size(); ++k)
-        figures[k].area = QRectF(k * 760.0, 0.0, 760.0, 560.0);
+    QVector<Figure> figures{histogram(start, listener, outcomes), track(start, outcomes.value(0))};
+    figures[0].area = QRectF(0.0, 0.0, 760.0, 560.0);
+    figures[1].area = figures[0].area.translated(figures[0].area.width(), 0.0);
     return figures;
 }

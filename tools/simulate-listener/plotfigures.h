@@ -13,7 +13,8 @@ class SessionParameters;
 // left the histogram of the finished runs' thresholds in dB, about √n equal
 // bins (10 to 40) as a filled outline, with the mean and the listener's target
 // point as dashed vertical lines; on the right the track of the first run in
-// dB with its right and wrong answers and, when it finished, its threshold.
+// dB with its right and wrong answers and, when it finished, its threshold
+// (no points when there are no runs).
 namespace PlotFigures
 {
 
