@@ -107,8 +107,9 @@ Figure track(const SessionParameters &start, const RunOutcome &run)
 QVector<Figure> PlotFigures::of(const SessionParameters &start, const Listener &listener,
                                 const QVector<RunOutcome> &outcomes)
 {
-    QVector<Figure> figures{histogram(start, listener, outcomes), track(start, outcomes.value(0))};
-    figures[0].area = QRectF(0.0, 0.0, 760.0, 560.0);
-    figures[1].area = figures[0].area.translated(figures[0].area.width(), 0.0);
-    return figures;
+    Figure thresholds = histogram(start, listener, outcomes);
+    Figure firstRun = track(start, outcomes.value(0));
+    thresholds.area = QRectF(0.0, 0.0, 760.0, 560.0);
+    firstRun.area = thresholds.area.translated(thresholds.area.width(), 0.0);
+    return {thresholds, firstRun};
 }
