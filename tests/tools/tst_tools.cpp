@@ -2,6 +2,7 @@
 #include "app/sessionparameters.h"
 #include "figurechart.h"
 #include "overview.h"
+#include "plotfigures.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
@@ -209,7 +210,7 @@ private slots:
         for (const QStringList &batch :
              {QStringList{"--quantity", "frequency", "--carrier", "500", "--alpha", "-40", "--runs",
                           "4", "--runs-per-subject", "2", "--reversals", "8", "--calculate", "8"},
-              {"--lapse", "0.02", "--runs", "5"}}) {
+              {"--lapse", "0.02", "--runs", "5", "--plot", temp.filePath("sim.png")}}) {
             simulator = runTool(SIMULATE_LISTENER_PATH,
                                 batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"),
                                                     "--save-runs", data.path()});
@@ -454,16 +455,16 @@ private slots:
                               levelAt(2.0 / 3, -20, 2, 0.02)) < 0.011,
                  qPrintable(simulator.out));
 
-        // A picture of every page, the study page first: each drawn on white,
-        // its charts and text covering about a twentieth of it.
+        // A picture of every page, and the simulator's picture beside them:
+        // each drawn on white, its charts and text covering about a twentieth
+        // of it.
         QCOMPARE(png.entryList(QDir::Files).size(), 8);
-        for (const QString &page : png.entryList(QDir::Files)) {
+        for (const QString &page : png.entryList(QDir::Files) + QStringList("../sim.png")) {
             const QImage image(png.filePath(page));
-            double ink = 0;
+            double ink = 0, area = image.width() * image.height() / 4.0;
             for (int y = 0; y < image.height(); y += 2)
                 for (int x = 0; x < image.width(); x += 2)
-                    ink += (image.pixel(x, y) != qRgb(255, 255, 255)) * 4.0 /
-                           (image.width() * image.height());
+                    ink += (image.pixel(x, y) != qRgb(255, 255, 255)) / area;
             QVERIFY2(image.pixel(0, 0) == qRgb(255, 255, 255) && ink > 0.02 && ink < 0.2,
                      qPrintable(page));
         }
@@ -677,6 +678,42 @@ private slots:
         QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
         QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
                  QString("mixed"));
+    }
+
+    // The simulator's figures: the histogram's equal bins (about √n, 10 to
+    // 40) each at the count of the finished runs' thresholds within it, so
+    // that together they hold all; the mean and the listener's two-thirds
+    // point as vertical lines up to the tallest bin; the first run's track in
+    // dB with its answers marked right or wrong; axes that hold them.
+    void simulatorFigures()
+    {
+        const double target = levelAt(2.0 / 3, -20, 2, 0.02);
+        for (const int n : {5, 150, 2000}) {
+            QVector<RunOutcome> runs(n + 1); // the last one unfinished, left out
+            QVector<double> db;
+            QVector<QPointF> track, right, wrong;
+            for (int k = 0; k < n; ++k) {
+                db.append(-30 + 10 * std::fmod(k * 0.618034, 1.0));
+                runs[k] = {{}, {}, std::pow(10, db[k] / 20), true, false};
+                runs[0].trials.append({runs[k].threshold, 2, 2, k % 3 > 0, 500});
+                (k % 3 > 0 ? right : wrong) << (track << QPointF(k + 1, db[k])).last();
+            }
+            const auto f = PlotFigures::of({}, Listener::logistic(-20, 2, 0.02), runs);
+            const QVector<QPointF> &bars = f[0].series[0].points;
+            double width = (bars.last().x() - bars[0].x()) / (bars.size() / 2), top = 0;
+            for (int i = 0; i < bars.size(); ++i) {
+                double from = bars[0].x() + i / 2 * width, count = 0;
+                for (double v : db)
+                    count += v >= from && v < from + width;
+                top = std::max(top, count);
+                QVERIFY(bars[i] == QPointF(from + i % 2 * width, count));
+            }
+            QVERIFY(bars.size() == 2 * std::clamp(int(std::ceil(std::sqrt(n))), 10, 40) &&
+                    f[0].series[1].points == (QVector<QPointF>{{mean(db), 0}, {mean(db), top}}) &&
+                    f[0].series[2].points == (QVector<QPointF>{{target, 0}, {target, top}}) &&
+                    f[1].series[0].points == track && f[1].series[1].points == right &&
+                    f[1].series[2].points == wrong && f[0].x.min < -30 && f[1].x.max >= n);
+        }
     }
 
     // The bootstrap runs each track again from its start under the fitted

@@ -2,6 +2,7 @@
 #include "listener.h"
 #include "optionvalue.h"
 #include "plot.h"
+#include "plotfigures.h"
 #include "report.h"
 #include "runfiles.h"
 #include "simulation.h"
@@ -187,7 +188,8 @@ int main(int argc, char **argv)
         status = 1;
     }
     if (parser.isSet("plot") &&
-        !Plot::writePng(parser.value("plot"), settings.start, listener, outcomes, summary)) {
+        !Plot::writePng(parser.value("plot"),
+                        PlotFigures::of(settings.start, listener, outcomes))) {
         QTextStream(stderr) << "simulate-listener: cannot write " << parser.value("plot") << '\n';
         status = 1;
     }
