@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QVBoxLayout>
 #include <QtCharts/QChartView>
 
 #include <memory>
@@ -16,28 +17,30 @@
 namespace
 {
 // A page as a widget laid out by Qt: the title in bold, the note, and the
-// figures in their cells of the grid below the title.
+// figures in their cells of a grid.
 std::unique_ptr<QWidget> sheet(const ReportPage &page)
 {
     auto sheet = std::make_unique<QWidget>();
     sheet->setStyleSheet("background: white; font-size: 13px");
-    auto *grid = new QGridLayout(sheet.get());
+    auto *column = new QVBoxLayout(sheet.get());
     auto *title = new QLabel(page.title);
     title->setStyleSheet("font-weight: bold; font-size: 16px");
-    grid->addWidget(title, 0, 0, 1, -1);
     auto *note = new QLabel(page.note);
     note->setWordWrap(true);
-    const int first = grid->rowCount() + !page.noteBelow;
+    auto *grid = new QGridLayout;
     for (int k = 0; k < page.figures.size(); ++k) {
         auto *view = new QtCharts::QChartView(FigureChart::chart(page.figures[k]));
         view->setRenderHint(QPainter::Antialiasing);
         const QRect &cell = page.cells[k];
-        grid->addWidget(view, first + cell.y(), cell.x(), cell.height(), cell.width());
+        grid->addWidget(view, cell.y(), cell.x(), cell.height(), cell.width());
     }
-    grid->addWidget(note, page.noteBelow ? grid->rowCount() : first - 1, 0, 1, -1);
+    column->addWidget(title);
+    column->addLayout(grid);
+    // The note under the title, or at the foot.
+    column->insertWidget(page.noteBelow ? -1 : column->indexOf(grid), note);
     // A4 landscape at 96 dots per inch.
     sheet->resize(1123, 794);
-    grid->activate();
+    column->activate();
     return sheet;
 }
 } // namespace
