@@ -15,21 +15,21 @@ namespace
 {
 struct Outcome {
     int status;
-    QStringList messages; // the tool's own stderr lines
-    QString out;
+    QString err, out;
 };
 
+// A tool run as a start over ssh or as root runs it, without XDG_RUNTIME_DIR,
+// which Qt would complain about on stderr.
 Outcome runTool(const QString &program, const QStringList &arguments)
 {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("XDG_RUNTIME_DIR");
     QProcess tool;
+    tool.setProcessEnvironment(environment);
     tool.start(program, arguments);
     if (!tool.waitForFinished(120000))
         return {-1, {}, {}};
-    QStringList messages;
-    for (const QString &line : QString(tool.readAllStandardError()).split('\n'))
-        if (line.startsWith(QFileInfo(program).fileName() + ":"))
-            messages.append(line);
-    return {tool.exitCode(), messages, tool.readAllStandardOutput()};
+    return {tool.exitCode(), tool.readAllStandardError(), tool.readAllStandardOutput()};
 }
 
 QByteArray contents(const QString &path)
@@ -223,9 +223,9 @@ private slots:
         auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 19);
         QVERIFY(first.status == 1 &&
-                first.messages.value(0).contains(QString("%1:%2: not valid JSON")
-                                                     .arg(broken)
-                                                     .arg(contents(broken).count('\n') + 1)) &&
+                first.err.startsWith(QString("veltrane-summary: %1:%2: not valid JSON")
+                                         .arg(broken)
+                                         .arg(contents(broken).count('\n') + 1)) &&
                 runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
         const Facts g = facts(good);
         const Row &r = runs[QFileInfo(good).fileName()];
@@ -255,7 +255,7 @@ private slots:
         // sound types, carrier and start times; the depth runs' trials pooled
         // by level (dB: trials, correct).
         QMap<double, QPair<int, int>> counts;
-        QVector<double> depthDb;
+        QVector<double> depthDb, depthPct;
         int pooled = 0;
         for (int i = 0; i < simulated.size(); ++i) {
             const int depth = i >= 4, run = i - 4 * depth, perSubject = depth ? 5 : 2;
@@ -280,8 +280,10 @@ private slots:
                 c.first += 1;
                 c.second += f.right[t];
             }
-            if (depth)
+            if (depth) {
                 depthDb.append(row["threshold_db"].toDouble());
+                depthPct.append(sim[3].toDouble());
+            }
         }
 
         auto summary = table(out + "/summary.tsv", "subject sound_type");
@@ -346,9 +348,28 @@ private slots:
         // the listener's 66.7 % point, from the inverse of its function.
         const QString shown = simulator.out.section("re that point", 1).simplified();
         QVERIFY2(simulator.status == 0 && simulator.out.contains("Runs:      5 (5 finished)") &&
+                     simulator.out.contains("logistic, alpha -20.00 dB (10.0000 %), beta 2.00 dB, "
+                                            "lapse 0.020,") &&
                      std::abs(shown.section(' ', 0, 0).toDouble() - mean(depthDb) +
                               levelAt(2.0 / 3, -20, 2, 0.02)) < 0.011,
                  qPrintable(simulator.out));
+        // Its mean, SD and 5th to 95th percentiles (interpolated between the
+        // 5 sorted runs) of the thresholds in % and in dB, to 4 and 2 decimals.
+        for (auto [label, v, decimals] :
+             {std::tuple<QString, QVector<double>, int>{"(%)", depthPct, 4},
+              {"(dB)", depthDb, 2}}) {
+            std::sort(v.begin(), v.end());
+            const QVector<double> expected{mean(v), stdDev(v), v[0] + 0.2 * (v[1] - v[0]), v[1],
+                                           v[2],    v[3],      v[3] + 0.8 * (v[4] - v[3])};
+            const QStringList cells = simulator.out.section("Threshold " + label, 1, 1)
+                                          .section('\n', 0, 0)
+                                          .split(' ', Qt::SkipEmptyParts);
+            for (int k = 0; k < 7; ++k)
+                QVERIFY2(cells.value(k).section('.', 1).size() == decimals &&
+                             std::abs(cells.value(k).toDouble() - expected[k]) <
+                                 0.6 * std::pow(10, -decimals),
+                         qPrintable(label + cells.join(' ')));
+        }
 
         // A picture of every page, the study page first: each drawn on white,
         // its charts and text covering about a twentieth of it.
@@ -371,30 +392,32 @@ private slots:
 
         // Refusals: status 2 and the tool's own message, nothing written (@ is
         // the study folder).
-        for (const char *refusal :
-             {"S --bootstrap x @", "S --lapse 0.5 @", "S --seed x @", "S @/none", "S --out @/out @",
-              "L --quantity x", "L --beta 0", "L --lapse 0.5", "L --runs 0", "L extra"}) {
+        for (const char *refusal : {"S --bootstrap x @", "S --lapse 0.5 @", "S --seed x @",
+                                    "S @/none", "S --out @/out @", "L --quantity x", "L --beta 0",
+                                    "L --lapse 0.5", "L --runs 0", "L --carrier 0", "L extra"}) {
             const QStringList words = QString(refusal).replace('@', data.path()).split(' ');
             const Outcome refused = runTool(
                 words[0] == "S" ? VELTRANE_SUMMARY_PATH : SIMULATE_LISTENER_PATH, words.mid(1));
-            QVERIFY2(refused.status == 2 && !refused.messages.isEmpty(), qPrintable(refusal));
+            QVERIFY2(refused.status == 2 && refused.err.endsWith("; see --help\n"),
+                     qPrintable(refusal));
         }
-        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, {"--help"}).status, 0);
     }
 
-    // Every trial of a noise and of a sinusoid run in trials.tsv, against the
-    // results files: a reversal is a trial whose answer differs from the one
-    // before, and the threshold averages the last 8 of the 14.
+    // Every trial of a noise and of a sinusoid run (session 0) in trials.tsv,
+    // the two files named on the command line, against the results files: a
+    // reversal is a trial whose answer differs from the one before, and the
+    // threshold averages the last 8 of the 14.
     void trialsTable()
     {
         QTemporaryDir temp;
         const QDir data(temp.filePath("data"));
         const QStringList runs{saveRun(data, "S01", 1, 1, true),
-                               saveRun(data, "S02", 1, 2, true, 1000, {}, 0)};
+                               saveRun(data, "S02", 1, 0, true, 1000, {}, 0)};
         const QString out = temp.filePath("out");
-        QCOMPARE(
-            runTool(VELTRANE_SUMMARY_PATH, {"--out", out, "--bootstrap", "0", data.path()}).status,
-            0);
+        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH,
+                         QStringList{"--out", out, "--bootstrap", "0", "--lapse", "0"} + runs)
+                     .status,
+                 0);
         QStringList rows = QString(contents(out + "/trials.tsv")).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(rows.takeFirst(),
                  QString("file\tsubject\tsound_type\tmain_parameter\tcarrier_hz\tmodulation_hz\t"
@@ -416,7 +439,7 @@ private slots:
                     QStringList(cells.mid(0, 2) + cells.mid(4, 1) + cells.mid(8, 2) + cells.mid(12))
                         .join(' '),
                     QStringList({runs[run], run == 0 ? "S01" : "S02", run == 0 ? "" : "1000",
-                                 QString::number(run + 1), QString::number(i + 1), file[1], file[2],
+                                 QString::number(1 - run), QString::number(i + 1), file[1], file[2],
                                  file[3], file[4], k >= 0 ? "1" : "0", k >= 6 ? "1" : "0", "1"})
                         .join(' '));
                 const double level = file[0].toDouble();
@@ -428,30 +451,53 @@ private slots:
         QVERIFY(rows.isEmpty());
     }
 
-    // Both tools answer a mistyped option in their own words, and nothing but
-    // their own lines reaches stderr, even without XDG_RUNTIME_DIR.
+    // Both tools answer a mistyped option in their own words, name what they
+    // cannot write (a missing folder, a full disk), let nothing but their own
+    // lines reach stderr, and tell their version. On a terminal the summary
+    // shows how many groups it has fitted.
     void toolManners()
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove("XDG_RUNTIME_DIR");
-        const auto run = [&](const QString &program, const QStringList &arguments) {
-            QProcess tool;
-            tool.setProcessEnvironment(environment);
-            tool.start(program, arguments);
-            tool.waitForFinished(120000);
-            return QString::number(tool.exitCode()) + ' ' + tool.readAllStandardError();
+        const auto run = [](const QString &program, const QStringList &arguments) {
+            const Outcome o = runTool(program, arguments);
+            return QString::number(o.status) + ' ' + o.err;
         };
         QTemporaryDir temp;
         QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--x", temp.path()}),
                  QString("2 veltrane-summary: unknown option '--x'; see --help\n"));
         QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--x=1"}),
                  QString("2 simulate-listener: unknown option '--x'; see --help\n"));
-        QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--plot", temp.filePath("plot.png"),
-                                              "--save-runs", temp.filePath("runs")}),
-                 QString("0 "));
+        const QString lost = temp.filePath("none/runs.tsv"), full = temp.filePath("out/runs.tsv");
+        QCOMPARE(run(SIMULATE_LISTENER_PATH,
+                     {"--runs", "3", "--tsv", lost, "--plot", temp.filePath("plot.png"),
+                      "--save-runs", temp.filePath("runs")}),
+                 "1 simulate-listener: cannot write " + lost + '\n');
+        QVERIFY(QDir(temp.path()).mkdir("out") && QFile::link("/dev/full", full));
         QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"), "--png",
                                              temp.filePath("png"), temp.filePath("runs")}),
-                 QString("0 "));
+                 "1 veltrane-summary: " + full + ": cannot be written\n");
+        for (const char *tool : {SIMULATE_LISTENER_PATH, VELTRANE_SUMMARY_PATH})
+            QVERIFY(runTool(tool, {"--help"}).status == 0 &&
+                    runTool(tool, {"--version"}).out ==
+                        QFileInfo(tool).fileName() + " " VELTRANE_VERSION "\n");
+        QProcess terminal;
+        terminal.start("script", {"-qec",
+                                  QStringList{VELTRANE_SUMMARY_PATH, "--out", temp.filePath("tty"),
+                                              "--bootstrap", "0", temp.filePath("runs")}
+                                      .join(' '),
+                                  "/dev/null"});
+        QVERIFY(terminal.waitForFinished(120000) &&
+                terminal.readAll().startsWith("\rveltrane-summary: fitting 1/1\r\n"));
+
+        // A listener wrong at every level takes the track to the upper limit
+        // of 100 %, where it never reverses.
+        const Outcome limit = runTool(SIMULATE_LISTENER_PATH,
+                                      {"--listener", "step", "--alpha", "0", "--runs", "1",
+                                       "--max-trials", "20", "--tsv", temp.filePath("limit.tsv")});
+        QVERIFY2(limit.out.contains("start 50.0000 %, upper limit 100.0000 %") &&
+                     limit.out.simplified().contains("reached the upper limit 100.0 %"),
+                 qPrintable(limit.out));
+        QCOMPARE(QString(contents(temp.filePath("limit.tsv"))).section('\n', 1),
+                 QString("1\t20\t0\t\t\t1\t0\n"));
     }
 
     // The study page's figures: one condition's mean over the subjects that
@@ -487,8 +533,8 @@ private slots:
     }
 
     // The output's volume and mute state from the sidecars: one volume (50
-    // and 80 %), a volume that changed, a muted trial, and unknown (no
-    // entries, as in earlier versions, or null).
+    // and 80 %), a volume that changed, a muted trial, unknown (no entries,
+    // as in earlier versions, or null), and another device at the same volume.
     void outputVolume()
     {
         QTemporaryDir temp;
@@ -501,7 +547,8 @@ private slots:
             at50 + R"(,{"Device":"a","FromTrial":5,"Volume":{"Percent":80},"Muted":false})",
             at50 + R"(,{"Device":"a","FromTrial":3,"Volume":{"Percent":50},"Muted":true})",
             "",
-            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})"};
+            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})",
+            at50 + R"(,{"Device":"b","FromTrial":5,"Volume":{"Percent":50},"Muted":false})"};
         QStringList files;
         for (int s = 0; s < outputs.size(); ++s) {
             files << QFileInfo(saveRun(data, "S01", 1, s + 1, true)).fileName();
@@ -512,15 +559,16 @@ private slots:
         }
         const Outcome run = runTool(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"),
                                                             "--bootstrap", "0", data.path()});
-        QCOMPARE(QString::number(run.status) + run.messages.join('|'),
+        QCOMPARE(QString::number(run.status) + run.err,
                  QString("0veltrane-summary: S01, noise, modulation depth: included runs played at "
-                         "output volumes 50 %, 80 %"));
+                         "output volumes 50 %, 80 %\n"));
         const auto runs = table(temp.filePath("out/runs.tsv"), "file");
         QString cells;
         for (const QString &file : files)
             cells += runs[file]["output_volume_pct"] + "/" + runs[file]["output_muted"] + "/" +
                      runs[file]["excluded_because"] + " ";
-        QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
+        QCOMPARE(cells,
+                 QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // /0/volume changed "));
         QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
                  QString("mixed"));
     }
