@@ -260,7 +260,8 @@ private slots:
             counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
                        line.endsWith("\t1\t1\t1");
         QCOMPARE(counted, 8);
-        // The simulated runs as the simulator found them, under its names,
+        // The simulated runs as the simulator found them (its lines with 6 and
+        // 4 decimals, finished and below the upper limit), under its names,
         // sound types, carrier and start times; the depth runs' trials pooled
         // by level (dB: trials, correct).
         QMap<double, QPair<int, int>> counts;
@@ -352,8 +353,9 @@ private slots:
                                            {"x66_db", fit["x66_db"].toDouble()}})
             QVERIFY(fit[name + "_ci95_low"].toDouble() < inside &&
                     inside < fit[name + "_ci95_high"].toDouble());
-        // The simulator's own table of the depth runs: the mean threshold re
-        // the listener's 66.7 % point, from the inverse of its function.
+        // The simulator's own table of the depth runs: its listener (alpha
+        // -20 dB is 10 %) and the mean threshold re the listener's 66.7 %
+        // point, from the inverse of its function.
         const QString shown = simulator.out.section("re that point", 1).simplified();
         QVERIFY2(simulator.status == 0 && simulator.out.contains("Runs:      5 (5 finished)") &&
                      simulator.out.contains("-20.00 dB (10.0000 %), beta 2.00 dB, lapse 0.020") &&
