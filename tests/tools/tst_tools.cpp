@@ -96,12 +96,11 @@ double mean(const QVector<double> &v)
     return std::accumulate(v.begin(), v.end(), 0.0) / v.size();
 }
 
+// The sample SD from the sum of squares.
 double stdDev(const QVector<double> &v)
 {
-    double s = 0;
-    for (double x : v)
-        s += (x - mean(v)) * (x - mean(v));
-    return std::sqrt(s / (v.size() - 1));
+    const double squares = std::inner_product(v.begin(), v.end(), v.begin(), 0.0);
+    return std::sqrt((squares - v.size() * mean(v) * mean(v)) / (v.size() - 1));
 }
 
 // A results file read by hand: the values at which the answer changed from
@@ -572,10 +571,9 @@ private slots:
         const QVector<LevelCount> levels = tracks.replicate(-30.0, 0.2, 0.0, rng);
         gsl_rng_free(rng);
         QVERIFY(levels.size() > 9 && levels[0].levelDb < -29.0 && levels[0].levelDb > -40.0);
-        for (int k = 0; k < 9; ++k) {
-            const LevelCount &l = levels[levels.size() - 1 - k];
-            QVERIFY(std::abs(l.levelDb + 7.9588 + 2 * k) < 1e-4 && l.trials == 2 && l.correct == 2);
-        }
+        for (auto l = levels.crbegin(); l != levels.crbegin() + 9; ++l)
+            QVERIFY(std::abs(l->levelDb + 7.9588 + 2 * (l - levels.crbegin())) < 1e-4 &&
+                    l->trials == 2 && l->correct == 2);
     }
 };
 
