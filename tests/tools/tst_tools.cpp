@@ -19,21 +19,30 @@ namespace
 {
 struct Outcome {
     int status;
-    QStringList messages; // the tool's own stderr lines
-    QString out;
+    QString err, out;
+    QString said() const { return QString::number(status) + ' ' + err; }
 };
 
+// A tool run as a start over ssh or as root runs it, without XDG_RUNTIME_DIR,
+// which Qt would complain about on stderr.
 Outcome runTool(const QString &program, const QStringList &arguments)
 {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("XDG_RUNTIME_DIR");
     QProcess tool;
+    tool.setProcessEnvironment(environment);
     tool.start(program, arguments);
     if (!tool.waitForFinished(120000))
         return {-1, {}, {}};
-    QStringList messages;
-    for (const QString &line : QString(tool.readAllStandardError()).split('\n'))
-        if (line.startsWith(QFileInfo(program).fileName() + ":"))
-            messages.append(line);
-    return {tool.exitCode(), messages, tool.readAllStandardOutput()};
+    return {tool.exitCode(), tool.readAllStandardError(), tool.readAllStandardOutput()};
+}
+
+// A tool run from words: the summary after an S, the simulator after an L, @
+// standing for `folder`.
+Outcome runTool(QString words, const QString &folder)
+{
+    const QStringList w = words.replace('@', folder).split(' ');
+    return runTool(w[0] == "S" ? VELTRANE_SUMMARY_PATH : SIMULATE_LISTENER_PATH, w.mid(1));
 }
 
 QByteArray contents(const QString &path)
@@ -91,12 +100,11 @@ double mean(const QVector<double> &v)
     return std::accumulate(v.begin(), v.end(), 0.0) / v.size();
 }
 
+// The sample SD from the sum of squares.
 double stdDev(const QVector<double> &v)
 {
-    double s = 0;
-    for (double x : v)
-        s += (x - mean(v)) * (x - mean(v));
-    return std::sqrt(s / (v.size() - 1));
+    const double squares = std::inner_product(v.begin(), v.end(), v.begin(), 0.0);
+    return std::sqrt((squares - v.size() * mean(v) * mean(v)) / (v.size() - 1));
 }
 
 // A results file read by hand: the values at which the answer changed from
@@ -196,7 +204,6 @@ private slots:
         const QString alone = saveRun(data, "S02", 1, 1, false);
         const QString broken = Sidecar::path(saveRun(data, "S01", 1, 6, true));
         rewrite(broken, contents(broken).left(200));
-        rewrite(data.filePath("notes.txt"), "S01 was tired today\n");
         // S01's included runs answer alike: the pooled trials separate
         // perfectly at -20 dB, which no fit may claim to describe.
         for (int session : {7, 8, 9})
@@ -227,9 +234,9 @@ private slots:
         auto runs = table(out + "/runs.tsv", "file");
         const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 19);
         QVERIFY(first.status == 1 &&
-                first.messages.value(0).contains(QString("%1:%2: not valid JSON")
-                                                     .arg(broken)
-                                                     .arg(contents(broken).count('\n') + 1)) &&
+                first.err.startsWith(QString("veltrane-summary: %1:%2: not valid JSON")
+                                         .arg(broken)
+                                         .arg(contents(broken).count('\n') + 1)) &&
                 runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
         const Facts g = facts(good);
         const Row &r = runs[QFileInfo(good).fileName()];
@@ -278,7 +285,8 @@ private slots:
             counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
                        line.endsWith("\t1\t1\t1");
         QCOMPARE(counted, 8);
-        // The simulated runs as the simulator found them, under its names,
+        // The simulated runs as the simulator found them (its lines with 6 and
+        // 4 decimals, finished and below the upper limit), under its names,
         // sound types, carrier and start times; the depth runs' trials pooled
         // by level (dB: trials, correct).
         QMap<double, QPair<int, int>> counts;
@@ -297,6 +305,7 @@ private slots:
                 QString("2024-01-01T09:%1:00+00:00").arg(10 * run, 2, 10, QChar('0'));
             QVERIFY2(
                 row["included"] + row["trials"] + row["acquired"] == "1" + sim[1] + started &&
+                    simulated[i].contains(QRegularExpression("\\.\\d{6}\t-\\d+\\.\\d{4}\t0\t1$")) &&
                     matches(row,
                             depth ? "threshold threshold_db" : "threshold threshold_db carrier_hz",
                             {sim[3].toDouble(), sim[4].toDouble(), 500}, 1e-4),
@@ -447,13 +456,32 @@ private slots:
             QVERIFY2(same, qPrintable(it.key()));
         }
 
-        // The simulator's own table of the depth runs: the mean threshold re
-        // the listener's 66.7 % point, from the inverse of its function.
+        // The simulator's own table of the depth runs: its listener (alpha
+        // -20 dB is 10 %) and the mean threshold re the listener's 66.7 %
+        // point, from the inverse of its function.
         const QString shown = simulator.out.section("re that point", 1).simplified();
         QVERIFY2(simulator.status == 0 && simulator.out.contains("Runs:      5 (5 finished)") &&
+                     simulator.out.contains("-20.00 dB (10.0000 %), beta 2.00 dB, lapse 0.020") &&
                      std::abs(shown.section(' ', 0, 0).toDouble() - mean(depthDb) +
                               levelAt(2.0 / 3, -20, 2, 0.02)) < 0.011,
                  qPrintable(simulator.out));
+        // Its mean, SD and 5th to 95th percentiles (interpolated between the
+        // 5 sorted runs) of the thresholds in % and in dB, in columns of 11
+        // characters with 4 and 2 decimals.
+        const QStringList rows = simulator.out.split('\n').filter("Threshold (");
+        for (int r = 0; r < 2; ++r) {
+            QVector<double> v = depthDb;
+            for (double &x : v)
+                x = r ? x : 100 * std::pow(10, x / 20);
+            std::sort(v.begin(), v.end());
+            int k = 0;
+            for (double x : {mean(v), stdDev(v), v[0] + 0.2 * (v[1] - v[0]), v[1], v[2], v[3],
+                             v[3] + 0.8 * (v[4] - v[3])}) {
+                const QString cell = rows.value(r).mid(18 + 11 * k++, 11);
+                QVERIFY(cell.section('.', 1).size() == 4 - 2 * r && rows[r].size() == 95 &&
+                        std::abs(cell.toDouble() - x) < (r ? 6e-3 : 6e-5));
+            }
+        }
 
         // A picture of every page, and the simulator's picture beside them:
         // each drawn on white, its charts and text covering about a twentieth
@@ -476,41 +504,37 @@ private slots:
 
         // Refusals: status 2 and the tool's own message, nothing written (@ is
         // the study folder).
-        for (const char *refusal :
-             {"S --bootstrap x @", "S --lapse 0.5 @", "S --seed x @", "S @/none", "S --out @/out @",
-              "L --quantity x", "L --beta 0", "L --lapse 0.5", "L --runs 0", "L extra"}) {
-            const QStringList words = QString(refusal).replace('@', data.path()).split(' ');
-            const Outcome refused = runTool(
-                words[0] == "S" ? VELTRANE_SUMMARY_PATH : SIMULATE_LISTENER_PATH, words.mid(1));
-            QVERIFY2(refused.status == 2 && !refused.messages.isEmpty(), qPrintable(refusal));
+        for (const char *refusal : {"S --bootstrap x @", "S --lapse 0.5 @", "S --seed x @",
+                                    "S @/none", "S --out @/out @", "L --quantity x", "L --beta 0",
+                                    "L --lapse 0.5", "L --runs 0", "L --carrier 0", "L extra"}) {
+            const Outcome refused = runTool(refusal, data.path());
+            QVERIFY2(refused.status == 2 && refused.err.endsWith("; see --help\n"), refusal);
         }
-        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, {"--help"}).status, 0);
     }
 
-    // Both tools answer a mistyped option in their own words, and nothing but
-    // their own lines reaches stderr, even without XDG_RUNTIME_DIR.
+    // Both tools answer a mistyped option in their own words, the simulator
+    // names a table it cannot write, and nothing but their own lines reaches
+    // stderr. On a terminal the summary shows how many groups it has fitted.
     void toolManners()
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove("XDG_RUNTIME_DIR");
-        const auto run = [&](const QString &program, const QStringList &arguments) {
-            QProcess tool;
-            tool.setProcessEnvironment(environment);
-            tool.start(program, arguments);
-            tool.waitForFinished(120000);
-            return QString::number(tool.exitCode()) + ' ' + tool.readAllStandardError();
-        };
         QTemporaryDir temp;
-        QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--x", temp.path()}),
-                 QString("2 veltrane-summary: unknown option '--x'; see --help\n"));
-        QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--x=1"}),
-                 QString("2 simulate-listener: unknown option '--x'; see --help\n"));
-        QCOMPARE(run(SIMULATE_LISTENER_PATH, {"--runs", "3", "--plot", temp.filePath("plot.png"),
-                                              "--save-runs", temp.filePath("runs")}),
-                 QString("0 "));
-        QCOMPARE(run(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"), "--png",
-                                             temp.filePath("png"), temp.filePath("runs")}),
-                 QString("0 "));
+        const auto tool = [&](const char *words) { return runTool(words, temp.path()); };
+        QCOMPARE(tool("S --x @").said() + tool("L --runs 3 --x=1").said(),
+                 QString("2 veltrane-summary: unknown option '--x'; see --help\n"
+                         "2 simulate-listener: unknown option '--x'; see --help\n"));
+        QCOMPARE(tool("L --runs 3 --tsv @/no/x --plot @/plot.png --save-runs @/runs").said(),
+                 "1 simulate-listener: cannot write " + temp.filePath("no/x\n"));
+        QCOMPARE(tool("S --out @/out --png @/png @/runs").said(), QString("0 "));
+        const QString command =
+            QString(VELTRANE_SUMMARY_PATH " --bootstrap 0 --out %1/tty %1/runs").arg(temp.path());
+        QVERIFY(runTool("script", {"-qec", command, "/dev/null"})
+                    .out.startsWith("\rveltrane-summary: fitting 1/1\r\n"));
+
+        // A listener wrong at every level takes the track to the upper limit
+        // of 100 %, where it never reverses.
+        QVERIFY(tool("L --listener step --alpha 0 --runs 1 --max-trials 20 --tsv /dev/stdout")
+                    .out.contains(QRegularExpression(
+                        "upper limit +100.0 %[\\s\\S]*\n1\t20\t0\t\t\t1\t0\n$")));
     }
 
     // The study page's figures: one condition's mean over the subjects that
@@ -659,23 +683,26 @@ private slots:
             R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})"};
         QStringList files;
         for (int s = 0; s < outputs.size(); ++s) {
-            files << QFileInfo(saveRun(data, "S01", 1, s + 1, true)).fileName();
-            const QString sidecar = Sidecar::path(data.filePath(files.last()));
+            files << saveRun(data, "S01", 1, s, true);
+            const QString sidecar = Sidecar::path(files.last());
             rewrite(sidecar, contents(sidecar).replace(
                                  "\"OutputDevices\": [",
                                  s == 4 ? "\"Earlier\": [" : "\"OutputDevices\": [" + outputs[s]));
         }
-        const Outcome run = runTool(VELTRANE_SUMMARY_PATH, {"--out", temp.filePath("out"),
-                                                            "--bootstrap", "0", data.path()});
-        QCOMPARE(QString::number(run.status) + run.messages.join('|'),
-                 QString("0veltrane-summary: S01, noise, modulation depth: included runs played at "
-                         "output volumes 50 %, 80 %"));
+        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", temp.filePath("out"),
+                                                            "--bootstrap", "0", "--lapse", "0"} +
+                                                    files)
+                     .said(),
+                 QString("0 veltrane-summary: S01, noise, modulation depth: included runs "
+                         "played at output volumes 50 %, 80 %\n"));
         const auto runs = table(temp.filePath("out/runs.tsv"), "file");
         QString cells;
-        for (const QString &file : files)
-            cells += runs[file]["output_volume_pct"] + "/" + runs[file]["output_muted"] + "/" +
-                     runs[file]["excluded_because"] + " ";
-        QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
+        for (const QString &file : files) {
+            const Row &r = runs[QFileInfo(file).fileName()];
+            cells += r["session"] + "/" + r["output_volume_pct"] + "/" + r["output_muted"] + "/" +
+                     r["excluded_because"] + " ";
+        }
+        QCOMPARE(cells, QString("0/50/0/ 1/80/0/ 2//0/volume changed 3/50/1/muted 4/// 5/// "));
         QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
                  QString("mixed"));
     }
@@ -718,22 +745,21 @@ private slots:
 
     // The bootstrap runs each track again from its start under the fitted
     // function. Right above −30 dB and guessing below, a depth track from 40 %
-    // falls in 2 dB steps, right once at each level from −7.96 to −23.96 dB
-    // (it never climbs back there), and is first wrong below −29 dB.
+    // to 13 reversals, then a frequency track from 40 % of the carrier to 1,
+    // fall in 2 dB steps, right once at each level from −7.96 to −23.96 dB
+    // (neither climbs back there), and are first wrong below −29 dB.
     void replayedTrack()
     {
         TrackReplay tracks;
-        tracks.add(1, 0.4, 14);
+        tracks.add(1, 0.4, 13);
+        tracks.add(0, 0.4, 1);
         gsl_rng *rng = gsl_rng_alloc(gsl_rng_mt19937);
         const QVector<LevelCount> levels = tracks.replicate(-30.0, 0.2, 0.0, rng);
         gsl_rng_free(rng);
         QVERIFY(levels.size() > 9 && levels[0].levelDb < -29.0 && levels[0].levelDb > -40.0);
-        for (int k = 0; k < 9; ++k) {
-            const LevelCount &l = levels[levels.size() - 1 - k];
-            QVERIFY(std::abs(l.levelDb + 7.9588 + 2 * k) < 1e-4 && l.trials == 1 && l.correct == 1);
-        }
-        for (const LevelCount &l : levels)
-            QVERIFY(l.levelDb < -29.0 || l.correct == l.trials);
+        for (auto l = levels.crbegin(); l != levels.crbegin() + 9; ++l)
+            QVERIFY(std::abs(l->levelDb + 7.9588 + 2 * (l - levels.crbegin())) < 1e-4 &&
+                    l->trials == 2 && l->correct == 2);
     }
 };
 

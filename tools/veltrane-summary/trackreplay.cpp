@@ -37,7 +37,6 @@ QVector<LevelCount> TrackReplay::replicate(double alphaDb, double betaDb, double
     QVector<Visited> visited; // sorted by value; the tracks return to the same few values
     for (const Start &start : m_starts) {
         params.mainParameter = start.mainParameter;
-        Staircase::resetStartValues(params);
         if (start.mainParameter == 0)
             params.frequencyDifference[1] = start.value;
         else
