@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
-#include "figurechart.h"
-#include "overview.h"
+#include "figure.h"
 #include "plotfigures.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
-#include "reportpage.h"
 #include "trackreplay.h"
 
 #include <QImage>
-#include <QtCharts>
 #include <QtTest>
 
 #include <cmath>
@@ -285,6 +282,13 @@ private slots:
             counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
                        line.endsWith("\t1\t1\t1");
         QCOMPARE(counted, 8);
+        // summary.json accounts for every file: the broken one unusable, three
+        // runs left out (one for two reasons), the other 16 included.
+        QCOMPARE(QJsonDocument(
+                     QJsonDocument::fromJson(contents(out + "/summary.json"))["Runs"].toObject())
+                     .toJson(QJsonDocument::Compact),
+                 QByteArray(R"({"Included":16,"LeftOut":{"faulty":1,"incomplete":1,"practice":1,)"
+                            R"("threshold mismatch":1},"Read":20,"Unusable":1})"));
         // The simulated runs as the simulator found them (its lines with 6 and
         // 4 decimals, finished and below the upper limit), under its names,
         // sound types, carrier and start times; the depth runs' trials pooled
@@ -537,50 +541,10 @@ private slots:
                         "upper limit +100.0 %[\\s\\S]*\n1\t20\t0\t\t\t1\t0\n$")));
     }
 
-    // The study page's figures: one condition's mean over the subjects that
-    // have one, its t interval (t 0.975 with 1 df is 12.7062), and the runs
-    // left out counted under each of their reasons.
-    void studyOverview()
+    // Axes widened to round steps around the points: 1, 2 or 5 times a
+    // power of ten, at least 1 on a counting axis, 0 to 1 when empty.
+    void figureAxes()
     {
-        QVector<RunRow> rows(5);
-        for (int i = 0; i < rows.size(); ++i) {
-            rows[i].hasSidecar = true;
-            rows[i].soundType = "noise";
-            rows[i].carrierHz = NAN;
-            rows[i].modulationHz = i == 4 ? 8 : 40;
-        }
-        rows[2].excludedBecause = QStringList{"incomplete", "faulty"};
-        rows[3].excludedBecause = QStringList{"faulty"};
-        const auto group = [](int first, double meanDb) {
-            StudyGroup g;
-            g.first = first;
-            g.meanDb = meanDb;
-            return g;
-        };
-        const Overview o =
-            Overview::of({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
-        QCOMPARE(o.conditions.size(), 2);
-        const Overview::Condition &c = o.conditions[0]; // modulation 40 Hz sorts before 8 Hz
-        QCOMPARE(c.subjects, 2);
-        QVERIFY(qAbs(c.meanDb + 21) < 1e-9 && qAbs(c.ciHighDb - (-21 + 12.7062)) < 1e-3 &&
-                qAbs(c.ciLowDb - (-21 - 12.7062)) < 1e-3);
-        QVERIFY(c.groups.size() == 3 && std::isnan(o.conditions[1].ciLowDb));
-        QCOMPARE(QString("%1 %2 %3").arg(o.read).arg(o.included).arg(o.unusable), QString("7 3 2"));
-        QCOMPARE(o.excluded, (QVector<QPair<QString, int>>{{"incomplete", 1}, {"faulty", 2}}));
-
-        // The report: the study page with its two conditions side by side,
-        // then a page per group, its figures in cells of their own.
-        const QVector<ReportPage> pages =
-            ReportPage::all({group(0, -20), group(1, -22), group(2, NAN), group(4, -30)}, rows, 2);
-        QCOMPARE(pages.size(), 5);
-        QCOMPARE(pages[0].cells, (QVector<QRect>{{0, 0, 1, 1}, {1, 0, 1, 1}}));
-        for (const ReportPage &page : pages)
-            for (int i = 0; i < page.cells.size(); ++i)
-                for (int j = 0; j < i; ++j)
-                    QVERIFY(!page.cells[i].intersects(page.cells[j]) &&
-                            page.cells.size() == page.figures.size());
-        // Axes widened to round steps around the points: 1, 2 or 5 times a
-        // power of ten, at least 1 on a counting axis, 0 to 1 when empty.
         Figure f;
         const auto axes = [&](const QVector<QPointF> &points, bool whole) {
             f.series = {{"", "", Figure::Style::Dots, Qt::black, 5.0, points, {}}};
@@ -594,75 +558,6 @@ private slots:
         QCOMPARE(axes({{0.31, 0.12}}, true)[2], 1.0);
         QCOMPARE(axes({{1, 0}, {13, 40}}, true), (QVector<double>{0, 15, 5, 0, -10, 50, 10, 0}));
         QCOMPARE(axes({}, false), (QVector<double>{0, 1, 0.2, 1, 0, 1, 0.2, 1}));
-    }
-
-    // A figure handed to Qt Charts as it is: each style with its points,
-    // size, shape and colours, the axes' ranges and ticks, row labels in
-    // order, one legend entry per legend text, a long title broken at a comma.
-    void figureChart()
-    {
-        using S = Figure::Style;
-        const QColor c(0x28963c);
-        Figure f;
-        f.title = "noise, modulation depth, modulation 40 Hz, standard depth 1 %";
-        f.x = Figures::roundAxis("dB", -1.3, 4.2, 0.5);
-        f.y = {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}};
-        f.series = {{"l", "line", S::Line, c, 2.0, {{0, 1}, {1, 2}}, {}},
-                    {"d", "line", S::DashedLine, c, 3.0, {{0, 2}}, {}},
-                    {"m", "dots", S::Dots, c, 6.0, {{1, 1}, {2, 2}}, {4.0, 9.0}},
-                    {"s", "", S::Squares, c, 7.0, {{3, 1}}, {}},
-                    {"r", "rings", S::Rings, c, 8.0, {{4, 2}}, {}},
-                    {"f", "area", S::Filled, c, 1.0, {{0, 1}, {2, 1}}, {}}};
-        QGraphicsScene scene;
-        QChart *chart = FigureChart::chart(f);
-        scene.addItem(chart);
-        chart->resize(600, 400);
-        QApplication::processEvents();
-        QCOMPARE(chart->title(),
-                 QString("noise, modulation depth,<br>modulation 40 Hz, standard depth 1 %"));
-        const auto *x = qobject_cast<QValueAxis *>(chart->axes(Qt::Horizontal).value(0));
-        auto *y = qobject_cast<QCategoryAxis *>(chart->axes(Qt::Vertical).value(0));
-        QVERIFY(x && y && x->tickType() == QValueAxis::TicksDynamic &&
-                y->labelsPosition() == QCategoryAxis::AxisLabelsPositionOnValue);
-        QCOMPARE(QString("%1 %2 %3 %4 %5 %6 %7 %8 %9 %10")
-                     .arg(x->titleText(), x->labelFormat(), y->titleText(),
-                          y->categoriesLabels().join(','))
-                     .arg(x->min())
-                     .arg(x->max())
-                     .arg(x->tickInterval())
-                     .arg(x->tickAnchor())
-                     .arg(y->endValue("a") + 10 * y->endValue("b"))
-                     .arg(y->min() + 10 * y->max()),
-                 QString("dB %.1f row a,b -1.5 4.5 0.5 0 21 25.5"));
-        QStringList drawn;
-        for (QAbstractSeries *s : chart->series()) {
-            const auto *area = qobject_cast<QAreaSeries *>(s);
-            const auto *dots = qobject_cast<QScatterSeries *>(s);
-            const QXYSeries *xy = area ? area->upperSeries() : qobject_cast<QXYSeries *>(s);
-            QString text = s->name();
-            for (const QPointF &p : xy->points())
-                text += QString(" (%1 %2)").arg(p.x()).arg(p.y());
-            drawn << text + QString(" %1 %2 %3 %4 %5")
-                                .arg(dots ? dots->markerSize() : xy->pen().widthF())
-                                .arg(dots ? int(dots->markerShape()) : int(xy->pen().style()))
-                                .arg((area   ? area->color()
-                                      : dots ? dots->color()
-                                             : xy->pen().color())
-                                         .name(QColor::HexArgb))
-                                .arg((area   ? area->borderColor()
-                                      : dots ? dots->borderColor()
-                                             : QColor())
-                                         .name())
-                                .arg(chart->legend()->markers(s).value(0)->isVisible() +
-                                     2 * s->attachedAxes().size());
-        }
-        QCOMPARE(
-            drawn,
-            QStringList({"line (0 1) (1 2) 2 1 #ff28963c #000000 5",
-                         "line (0 2) 3 2 #ff28963c #000000 4", "dots 6 0 #ff28963c #144b1e 5",
-                         "dots (1 1) 4 0 #ff28963c #144b1e 4", "dots (2 2) 9 0 #ff28963c #144b1e 4",
-                         " (3 1) 7 1 #ff28963c #144b1e 4", "rings (4 2) 8 0 #00000000 #28963c 5",
-                         "area (0 1) (2 1) 1 1 #ff28963c #144b1e 5"}));
     }
 
     // The output's volume and mute state from the sidecars: one volume (50
@@ -763,5 +658,5 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestTools)
+QTEST_GUILESS_MAIN(TestTools)
 #include "tst_tools.moc"

@@ -228,9 +228,11 @@ int main(int argc, char **argv)
     bool written = writeFile(folder.filePath("runs.tsv"), Tables::runs(rows).toUtf8());
     written &= writeFile(folder.filePath("summary.tsv"), Tables::summary(groups, rows).toUtf8());
     written &= writeFile(folder.filePath("trials.tsv"), Tables::trials(rows).toUtf8());
-    written &= writeFile(folder.filePath("summary.json"),
-                         QJsonDocument(Tables::description(about)).toJson(QJsonDocument::Indented));
-    const QVector<ReportPage> pages = ReportPage::all(groups, rows, leftOut);
+    const Overview overview = Overview::of(groups, rows, leftOut);
+    written &= writeFile(
+        folder.filePath("summary.json"),
+        QJsonDocument(Tables::description(about, overview)).toJson(QJsonDocument::Indented));
+    const QVector<ReportPage> pages = ReportPage::all(overview, groups, rows);
     written &= writeFile(folder.filePath("figures.tsv"), Tables::figures(pages).toUtf8());
     if (!Report::write(folder.filePath("report.pdf"), png, pages,
                        progress("drawing", groups.size()))) {

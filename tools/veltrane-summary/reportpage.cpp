@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "reportpage.h"
 
-#include "overview.h"
 #include "psychometric.h"
 
 #include <QMap>
@@ -224,10 +223,9 @@ Figure conditionPanel(const Overview::Condition &c, const QVector<StudyGroup> &g
 }
 } // namespace
 
-QVector<ReportPage> ReportPage::all(const QVector<StudyGroup> &groups, const QVector<RunRow> &rows,
-                                    int unusable)
+QVector<ReportPage> ReportPage::all(const Overview &o, const QVector<StudyGroup> &groups,
+                                    const QVector<RunRow> &rows)
 {
-    const Overview o = Overview::of(groups, rows, unusable);
     ReportPage study;
     study.title = QString("The study: %1 condition%2; per subject the mean threshold of the "
                           "included runs (their number in brackets)")

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "figure.h"
+#include "overview.h"
 #include "runrow.h"
 #include "studygroup.h"
 
@@ -25,8 +26,7 @@ struct ReportPage {
     // rows it spans.
     QVector<QRect> cells;
 
-    // The study page, then one page per group. `unusable` is the number of
-    // results files left out of every table.
-    static QVector<ReportPage> all(const QVector<StudyGroup> &groups, const QVector<RunRow> &rows,
-                                   int unusable);
+    // The study page, then one page per group.
+    static QVector<ReportPage> all(const Overview &o, const QVector<StudyGroup> &groups,
+                                   const QVector<RunRow> &rows);
 };

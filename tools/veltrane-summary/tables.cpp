@@ -350,9 +350,16 @@ QString Tables::figures(const QVector<ReportPage> &pages)
     return table(figureColumns(), views);
 }
 
-QJsonObject Tables::description(const QJsonObject &about)
+QJsonObject Tables::description(const QJsonObject &about, const Overview &o)
 {
     QJsonObject object = about;
+    QJsonObject leftOut;
+    for (const QPair<QString, int> &e : o.excluded)
+        leftOut.insert(e.first, e.second);
+    object.insert("Runs", QJsonObject{{"Read", o.read},
+                                      {"Included", o.included},
+                                      {"Unusable", o.unusable},
+                                      {"LeftOut", leftOut}});
     object.insert("runs.tsv", describe(runColumns()));
     object.insert("summary.tsv", describe(summaryColumns()));
     object.insert("trials.tsv", describe(trialColumns()));

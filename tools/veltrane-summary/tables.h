@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "overview.h"
 #include "reportpage.h"
 #include "runrow.h"
 #include "studygroup.h"
@@ -23,7 +24,9 @@ QString trials(const QVector<RunRow> &rows);
 QString figures(const QVector<ReportPage> &pages);
 
 // What each column of the tables means and its unit, beside `about` (the
-// software, the options and the seed the tables were made with).
-QJsonObject description(const QJsonObject &about);
+// software, the options and the seed the tables were made with) and what
+// became of the runs: files read, runs included, files that could not be
+// used, and the runs left out for each reason.
+QJsonObject description(const QJsonObject &about, const Overview &o);
 
 } // namespace Tables
