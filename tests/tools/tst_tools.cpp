@@ -346,18 +346,16 @@ private slots:
                   ' ' + c[4]]
                 .append({c[5].toDouble(), c[6].toDouble(), c[7].toDouble()});
         }
-        int k = 0;
-        for (const Facts &f : {earlier, later}) {
-            const QString run = QString("S04 noise tracks run %1").arg(++k);
-            for (int t = 0; t < f.values.size(); ++t) {
+        for (int k = 0; k < 2; ++k)
+            for (int t = 0; t < (k ? later : earlier).values.size(); ++t) {
+                const Facts &f = k ? later : earlier;
                 const double x = t + 1, y = 20 * std::log10(f.values[t] / 100);
-                expected[run].append({x, y, 0});
+                expected[QString("S04 noise tracks run %1").arg(k + 1)].append({x, y, 0});
                 expected[f.right[t] ? "S04 noise tracks correct" : "S04 noise tracks wrong"].append(
                     {x, y, 5});
                 if (f.reversals.contains(t))
                     expected["S04 noise tracks reversal"].append({x, y, 10});
             }
-        }
         expected["S04 noise thresholds included"] = {{1, a, 10}, {2, b, 10}};
         // The simulated listener's fit: the maximum of the log-likelihood
         // computed here, its deviance (twice the distance to the saturated
@@ -518,7 +516,6 @@ private slots:
                          "2 simulate-listener: unknown option '--x'; see --help\n"));
         QCOMPARE(tool("L --runs 3 --tsv @/no/x --plot @/plot.png --save-runs @/runs").said(),
                  "1 simulate-listener: cannot write " + temp.filePath("no/x\n"));
-        QCOMPARE(tool("S --out @/out --png @/png @/runs").said(), QString("0 "));
         const QString command =
             QString(VELTRANE_SUMMARY_PATH " --bootstrap 0 --out %1/tty %1/runs").arg(temp.path());
         QVERIFY(runTool("script", {"-qec", command, "/dev/null"})
@@ -542,7 +539,6 @@ private slots:
             return QVector<double>{f.x.min, f.x.max, f.x.step, double(f.x.decimals()),
                                    f.y.min, f.y.max, f.y.step, double(f.y.decimals())};
         };
-        QCOMPARE(axes({{1, -3.2}, {12, 4.9}}, true), (QVector<double>{0, 14, 2, 0, -6, 6, 2, 0}));
         QCOMPARE(axes({{0.31, 0.12}, {0.36, 0.13}}, false),
                  (QVector<double>{-0.2, 1, 0.2, 1, -0.4, 0.8, 0.2, 1}));
         QCOMPARE(axes({{1, 0}, {13, 40}}, true), (QVector<double>{0, 15, 5, 0, -10, 50, 10, 0}));

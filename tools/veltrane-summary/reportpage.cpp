@@ -177,12 +177,12 @@ Figure conditionPanel(const Overview::Condition &c, const QVector<StudyGroup> &g
     Figure::Series means{"subjects' means", "subject's mean", Style::Dots, meanColour, 7.0, {}, {}};
     Figure::Series overall{
         "mean of subjects", "mean of subjects", Style::Squares, Qt::black, 9.0, {}, {}};
-    double low = INFINITY, high = -INFINITY;
+    QVector<QPair<double, QString>> labels;
     const auto row = [&](int line, const QString &name, double mean, double ciLow, double ciHigh,
                          Figure::Series &marks) {
         const double y = lines - line;
         // The row's figures under its name (labels are rich text).
-        f.y.labels.append(
+        labels.append(
             {y, name + "<br>" +
                     (std::isfinite(ciLow)
                          ? QString("%1 (%2 to %3)").arg(fixed(mean), fixed(ciLow), fixed(ciHigh))
@@ -198,11 +198,6 @@ Figure conditionPanel(const Overview::Condition &c, const QVector<StudyGroup> &g
                              1.0,
                              {QPointF(ciLow, y), QPointF(ciHigh, y)},
                              {}});
-        for (double v : {mean, ciLow, ciHigh})
-            if (std::isfinite(v)) {
-                low = std::min(low, v);
-                high = std::max(high, v);
-            }
     };
     for (int k = 0; k < c.groups.size(); ++k) {
         const StudyGroup &g = groups[c.groups[k]];
@@ -211,14 +206,8 @@ Figure conditionPanel(const Overview::Condition &c, const QVector<StudyGroup> &g
     }
     row(lines - 1, QString("mean of %1").arg(c.subjects), c.meanDb, c.ciLowDb, c.ciHighDb, overall);
     f.series << means << overall;
-    if (!(low <= high)) {
-        low = -1.0;
-        high = 1.0;
-    }
-    const double step = Figures::tickStep(std::max(high - low, 1.0), 5, false);
-    f.x = Figures::roundAxis(f.x.title, low, std::max(high, low + step), step);
-    f.y.min = 0.5;
-    f.y.max = lines + 0.5;
+    Figures::fitAxes(f, false);
+    f.y = {QString(), 0.5, lines + 0.5, 1.0, labels};
     return f;
 }
 } // namespace
