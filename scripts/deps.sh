@@ -9,7 +9,7 @@ packages=(
     qtbase5-dev libqt5charts5-dev qtmultimedia5-dev libqt5multimedia5-plugins
     pulseaudio pulseaudio-utils xvfb xauth imagemagick x11-utils
     libbenchmark-dev libfftw3-dev desktop-file-utils dpkg-dev libgsl-dev libpulse-dev
-    lintian appstream help2man bsdutils
+    lintian appstream help2man
 )
 
 missing=()
