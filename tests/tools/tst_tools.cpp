@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/sessionparameters.h"
-#include "figure.h"
+#include "figurechart.h"
+#include "plotfigures.h"
 #include "procedure/resultsfile.h"
 #include "procedure/sidecar.h"
 #include "procedure/staircase.h"
 #include "trackreplay.h"
 
 #include <QImage>
+#include <QtCharts>
 #include <QtTest>
 
 #include <cmath>
@@ -543,6 +545,121 @@ private slots:
         QCOMPARE(axes({{1, 0}, {13, 40}}, true), (QVector<double>{0, 15, 5, 0, -10, 50, 10, 0}));
     }
 
+    // What the renderer hands to Qt Charts: the figure's axes, its series
+    // point for point in their styles, each legend text once, type of 14 and
+    // 11 pixels, and a title over 60 characters broken at the comma nearest
+    // its middle.
+    void figureChart()
+    {
+        using S = Figure::Style;
+        const QColor c(0x28963c);
+        Figure f{"",
+                 QString("a, ").repeated(20) + "b",
+                 {"dB", -1.5, 4.5, 0.5, {}},
+                 {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}},
+                 {}};
+        f.series = {{"l", "line", S::Line, c, 2.0, {{0, 1}, {1, 2}}, {}},
+                    {"d", "line", S::DashedLine, c, 3.0, {{0, 2}}, {}},
+                    {"m", "dots", S::Dots, c, 6.0, {{1, 1}, {2, 2}}, {4.0, 9.0}},
+                    {"s", "", S::Squares, c, 7.0, {{3, 1}}, {}},
+                    {"r", "rings", S::Rings, c, 8.0, {{4, 2}}, {}},
+                    {"f", "area", S::Filled, c, 1.0, {{0, 1}, {2, 1}}, {}}};
+        QGraphicsScene scene;
+        QChart *chart = FigureChart::chart(f);
+        scene.addItem(chart);
+        chart->resize(600, 400);
+        QApplication::processEvents();
+        f.title.chop(1);
+        std::unique_ptr<QChart> shorter(FigureChart::chart(f));
+        const auto *x = qobject_cast<QValueAxis *>(chart->axes(Qt::Horizontal, nullptr).value(0));
+        auto *y = qobject_cast<QCategoryAxis *>(chart->axes(Qt::Vertical, nullptr).value(0));
+        QVERIFY(x && y && x->tickType() == QValueAxis::TicksDynamic &&
+                y->labelsPosition() == QCategoryAxis::AxisLabelsPositionOnValue &&
+                chart->legend()->alignment() == Qt::AlignBottom);
+        QCOMPARE(
+            QString("%1 %2 %3 %4 %5 %6 %7 %8 %9")
+                .arg(chart->title().section("<br>", 0, 0).count(", "))
+                .arg(shorter->title() == f.title)
+                .arg(x->titleText(), x->labelFormat(), y->titleText(),
+                     y->categoriesLabels().join(','))
+                .arg(x->min() + 10 * x->max() + 100 * x->tickInterval() + x->tickAnchor())
+                .arg(y->endValue("a") + 10 * y->endValue("b") + 100 * y->min() + 1000 * y->max())
+                .arg(chart->titleFont().pixelSize() + 100 * chart->legend()->font().pixelSize() +
+                     10000 * x->labelsFont().pixelSize() + 1000000 * y->titleFont().pixelSize()),
+            QString("9 1 dB %.1f row a,b 93.5 2571 11111114"));
+        QStringList drawn;
+        for (QAbstractSeries *s : chart->series()) {
+            const auto *area = qobject_cast<QAreaSeries *>(s);
+            const auto *dots = qobject_cast<QScatterSeries *>(s);
+            const QXYSeries *xy = area ? area->upperSeries() : qobject_cast<QXYSeries *>(s);
+            QString text = s->name();
+            for (const QPointF &p : xy->points())
+                text += QString(" (%1 %2)").arg(p.x()).arg(p.y());
+            drawn << text + QString(" %1 %2 %3 %4 %5")
+                                .arg(dots ? dots->markerSize() : xy->pen().widthF())
+                                .arg(dots ? int(dots->markerShape()) : int(xy->pen().style()))
+                                .arg((area   ? area->color()
+                                      : dots ? dots->color()
+                                             : xy->pen().color())
+                                         .name(QColor::HexArgb))
+                                .arg((area   ? area->borderColor()
+                                      : dots ? dots->borderColor()
+                                             : QColor())
+                                         .name())
+                                .arg(chart->legend()->markers(s).value(0)->isVisible() +
+                                     2 * s->attachedAxes().size());
+        }
+        QCOMPARE(
+            drawn,
+            QStringList({"line (0 1) (1 2) 2 1 #ff28963c #000000 5",
+                         "line (0 2) 3 2 #ff28963c #000000 4", "dots 6 0 #ff28963c #144b1e 5",
+                         "dots (1 1) 4 0 #ff28963c #144b1e 4", "dots (2 2) 9 0 #ff28963c #144b1e 4",
+                         " (3 1) 7 1 #ff28963c #144b1e 4", "rings (4 2) 8 0 #00000000 #28963c 5",
+                         "area (0 1) (2 1) 1 1 #ff28963c #144b1e 5"}));
+    }
+
+    // The simulator's figures: the finished runs' thresholds (dB) in
+    // ceil(sqrt(n)) bins, 10 to 40, from 0.25 dB below the lowest to 0.25 dB
+    // above the highest, drawn as an outline; the mean and the listener's
+    // 66.7 % point as vertical lines up to the tallest bin; the first run's
+    // track with its answers and its threshold.
+    void simulatorFigures()
+    {
+        const double target = levelAt(2.0 / 3, -20, 2, 0.02);
+        for (const int n : {5, 150, 2000}) {
+            QVector<RunOutcome> runs(n + 1); // the last one unfinished, left out
+            QVector<double> db;
+            QVector<QPointF> track, right, wrong;
+            for (int k = 0; k < n; ++k) {
+                db.append(-30 + 10 * std::fmod(k * 0.618034, 1.0));
+                runs[k] = {{}, {}, std::pow(10, db[k] / 20), true, false};
+                runs[0].trials.append({runs[k].threshold, 2, 2, k % 3 > 0, 500});
+                (k % 3 > 0 ? right : wrong) << (track << QPointF(k + 1, db[k])).last();
+            }
+            const auto f = PlotFigures::of({}, Listener::logistic(-20, 2, 0.02), runs);
+            const int bins = n < 100 ? 10 : n < 1600 ? std::ceil(std::sqrt(n)) : 40;
+            const double low = *std::min_element(db.begin(), db.end()) - 0.25;
+            const double width = (*std::max_element(db.begin(), db.end()) + 0.25 - low) / bins;
+            QVector<QPointF> bars;
+            double top = 0;
+            for (int i = 0; i < bins; ++i) {
+                const double count = std::count_if(db.begin(), db.end(), [&](double v) {
+                    return v >= low + i * width && v < low + (i + 1) * width;
+                });
+                bars << QPointF(low + i * width, count) << QPointF(low + (i + 1) * width, count);
+                top = std::max(top, count);
+            }
+            QVERIFY(f[0].series[0].points == bars &&
+                    f[0].series[1].points == (QVector<QPointF>{{mean(db), 0}, {mean(db), top}}) &&
+                    f[0].series[2].points == (QVector<QPointF>{{target, 0}, {target, top}}) &&
+                    f[1].series[0].points == track && f[1].series[1].points == right &&
+                    f[1].series[2].points == wrong &&
+                    f[1].series[3].points == (QVector<QPointF>{{1, db[0]}, {double(n), db[0]}}) &&
+                    f[0].y.min == 0 && f[0].y.step >= 1 && f[0].y.max >= top && f[0].x.min <= low &&
+                    f[1].x.max >= n);
+        }
+    }
+
     // The output's volume and mute state from the sidecars: one volume (50
     // and 80 %), a volume that changed, a muted trial, and unknown (no
     // entries, as in earlier versions, or null).
@@ -605,5 +722,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestTools)
+QTEST_MAIN(TestTools)
 #include "tst_tools.moc"
