@@ -38,9 +38,11 @@ Listener Listener::step(double switchDb)
 double Listener::probabilityCorrect(double x) const
 {
     const double level = decibels(x);
-    if (listenerKind == Kind::Step)
-        return level > alphaDb ? 1.0 : 0.0;
-    return Psychometric::probabilityCorrect(level, alphaDb, betaDb, lapseRate);
+    if (listenerKind == Kind::Logistic)
+        return Psychometric::probabilityCorrect(level, alphaDb, betaDb, lapseRate);
+    // A step listener is right above its switch, wrong at or below it, and
+    // of unknown chance (NaN) at an unknown level, such as the mean of no runs.
+    return std::isnan(level) ? level : level > alphaDb ? 1.0 : 0.0;
 }
 
 double Listener::levelDbAt(double p) const

@@ -23,7 +23,7 @@ public:
     double beta() const { return betaDb; }
     double lapse() const { return lapseRate; }
 
-    // Probability of a correct answer at the tracked value x.
+    // Probability of a correct answer at the tracked value x (NaN when x is).
     double probabilityCorrect(double x) const;
 
     // The tracked value in dB at which the listener is right with probability
