@@ -481,7 +481,8 @@ private slots:
             }
         }
 
-        // A picture of every page, and the simulator's picture beside them:
+        // A picture of every page (A4 landscape at twice 96 dots per inch),
+        // and the simulator's picture (two figures of 760 x 560 side by side):
         // each drawn on white, its charts and text covering about a twentieth
         // of it.
         QCOMPARE(contents(out + "/report.pdf").count("/Type /Page\n"), 8);
@@ -491,7 +492,8 @@ private slots:
             for (int y = 0; y < image.height(); y += 2)
                 for (int x = 0; x < image.width(); x += 2)
                     ink += (image.pixel(x, y) != qRgb(255, 255, 255)) / area;
-            QVERIFY2(image.pixel(0, 0) == qRgb(255, 255, 255) && ink > 0.02 && ink < 0.2,
+            QVERIFY2(image.pixel(0, 0) == qRgb(255, 255, 255) && ink > 0.02 && ink < 0.2 &&
+                         image.size() == (page[0] == '.' ? QSize(1520, 560) : QSize(2246, 1588)),
                      qPrintable(page));
         }
 
@@ -511,7 +513,7 @@ private slots:
     }
 
     // Both tools answer a mistyped option in their own words, and the
-    // simulator names a table it cannot write.
+    // simulator names a table it cannot write whole (a full disk).
     void toolManners()
     {
         QTemporaryDir temp;
@@ -519,8 +521,8 @@ private slots:
         QCOMPARE(tool("S --x @").said() + tool("L --runs 3 --x=1").said(),
                  QString("2 veltrane-summary: unknown option '--x'; see --help\n"
                          "2 simulate-listener: unknown option '--x'; see --help\n"));
-        QCOMPARE(tool("L --runs 3 --tsv @/no/x --plot @/plot.png --save-runs @/runs").said(),
-                 "1 simulate-listener: cannot write " + temp.filePath("no/x\n"));
+        QCOMPARE(tool("L --runs 3 --tsv /dev/full --plot @/plot.png --save-runs @/runs").said(),
+                 QString("1 simulate-listener: cannot write /dev/full\n"));
 
         // A listener wrong at every level takes the track to the upper limit
         // of 100 %, where it never reverses; with no run finished, its chance

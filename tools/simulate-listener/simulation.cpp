@@ -41,7 +41,6 @@ RunOutcome Simulation::run(const SessionParameters &start, std::mt19937_64 &gene
     const double limit = upperLimit(params);
     while (params.trials.size() < maxTrials) {
         params.stimPosition = (generator() >> 63) ? 3 : 2;
-        params.trialCount += 1;
 
         TrialRecord record;
         record.value = Staircase::trackedValue(params);
