@@ -210,12 +210,14 @@ private slots:
         // S04: two runs, the second session started first.
         const Facts later = facts(saveRun(data, "S04", 1, 1, true, 1000, {}, 1, 0.3, 40));
         const Facts earlier = facts(saveRun(data, "S04", 1, 2, true, 1000, {}, 1, 0.1, 20));
-        // Simulated participants: frequency runs of two, depth runs of one.
+        // Simulated participants: frequency runs of two by a listener who hears
+        // a difference above 1 % of the carrier (a step), depth runs of one.
         QStringList simulated;
         Outcome simulator;
         for (const QStringList &batch :
-             {QStringList{"--quantity", "frequency", "--carrier", "500", "--alpha", "-40", "--runs",
-                          "4", "--runs-per-subject", "2", "--reversals", "8", "--calculate", "8"},
+             {QStringList{"--quantity", "frequency", "--carrier", "500", "--listener", "step",
+                          "--alpha", "-40", "--runs", "4", "--runs-per-subject", "2", "--reversals",
+                          "8", "--calculate", "8"},
               {"--lapse", "0.02", "--runs", "5", "--plot", temp.filePath("sim.png")}}) {
             simulator = runTool(SIMULATE_LISTENER_PATH,
                                 batch + QStringList{"--seed", "3", "--tsv", temp.filePath("sim"),
