@@ -514,8 +514,9 @@ private slots:
         }
     }
 
-    // Both tools answer a mistyped option in their own words, and the
-    // simulator names a table it cannot write whole (a full disk).
+    // Both tools answer a mistyped option in their own words and --help with
+    // their usage, and the simulator names a table it cannot write whole (a
+    // full disk).
     void toolManners()
     {
         QTemporaryDir temp;
@@ -523,6 +524,8 @@ private slots:
         QCOMPARE(tool("S --x @").said() + tool("L --runs 3 --x=1").said(),
                  QString("2 veltrane-summary: unknown option '--x'; see --help\n"
                          "2 simulate-listener: unknown option '--x'; see --help\n"));
+        for (const char *help : {"S --help", "L -h"})
+            QVERIFY(tool(help).said() == "0 " && tool(help).out.startsWith("Usage: "));
         QCOMPARE(tool("L --runs 3 --tsv /dev/full --plot @/plot.png --save-runs @/runs").said(),
                  QString("1 simulate-listener: cannot write /dev/full\n"));
 
@@ -668,7 +671,8 @@ private slots:
 
     // The output's volume and mute state from the sidecars: one volume (50
     // and 80 %), a volume that changed, a muted trial, and unknown (no
-    // entries, as in earlier versions, or null).
+    // entries, as in earlier versions, or null). A report that cannot be
+    // written is said, and fails the run.
     void outputVolume()
     {
         QTemporaryDir temp;
@@ -690,12 +694,15 @@ private slots:
                                  "\"OutputDevices\": [",
                                  s == 4 ? "\"Earlier\": [" : "\"OutputDevices\": [" + outputs[s]));
         }
+        QDir().mkpath(temp.filePath("out/report.pdf")); // in the way of the report
         QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", temp.filePath("out"),
                                                             "--bootstrap", "0", "--lapse", "0"} +
                                                     files)
                      .said(),
-                 QString("0 veltrane-summary: S01, noise, modulation depth: included runs "
-                         "played at output volumes 50 %, 80 %\n"));
+                 QString("1 veltrane-summary: S01, noise, modulation depth: included runs "
+                         "played at output volumes 50 %, 80 %\nveltrane-summary: %1: the report "
+                         "could not be written whole\n")
+                     .arg(temp.filePath("out/report.pdf")));
         const auto runs = table(temp.filePath("out/runs.tsv"), "file");
         QString cells;
         for (const QString &file : files) {
