@@ -346,13 +346,21 @@ private slots:
         // by subject and sound type (a study page panel by its condition),
         // figure and series. S04's tracks in order of
         // acquisition, answers and reversals marked, and its thresholds.
+        // The axes of each figure (x from, to, y from, to), and points outside
+        // them.
         QMap<QString, QVector<QVector<double>>> drawn, expected;
+        QMap<QString, QVector<double>> axes;
+        QStringList outside;
         for (const QString &line :
              QString(contents(out + "/figures.tsv")).split('\n', Qt::SkipEmptyParts).mid(1)) {
             const QStringList c = line.split('\t');
-            drawn[(c[1].isEmpty() ? c[2] : c[1] + ' ' + c[2].section(',', 0, 0)) + ' ' + c[3] +
-                  ' ' + c[4]]
-                .append({c[5].toDouble(), c[6].toDouble(), c[7].toDouble()});
+            const QString figure =
+                (c[1].isEmpty() ? c[2] : c[1] + ' ' + c[2].section(',', 0, 0)) + ' ' + c[3];
+            drawn[figure + ' ' + c[4]].append({c[5].toDouble(), c[6].toDouble(), c[7].toDouble()});
+            axes[figure] = {c[8].toDouble(), c[9].toDouble(), c[10].toDouble(), c[11].toDouble()};
+            if (!(axes[figure][0] <= c[5].toDouble() && c[5].toDouble() <= axes[figure][1] &&
+                  axes[figure][2] <= c[6].toDouble() && c[6].toDouble() <= axes[figure][3]))
+                outside << line;
         }
         for (int k = 0; k < 2; ++k)
             for (int t = 0; t < (k ? later : earlier).values.size(); ++t) {
@@ -416,10 +424,13 @@ private slots:
             bins[std::lround(it.key())].second += it->second;
         }
         const double most = std::max_element(bins.begin(), bins.end())->first;
-        for (auto it = bins.begin(); it != bins.end(); ++it)
+        double lowest = 0.4;
+        for (auto it = bins.begin(); it != bins.end(); ++it) {
             expected["SIM001 noise psychometric 1 dB bins"].append(
                 {double(it.key()), it->second / it->first,
                  std::max(3.0, 18 * std::sqrt(it->first / most))});
+            lowest = std::min(lowest, it->second / it->first);
+        }
         const double from = std::min(alpha - 3 * beta, double(bins.firstKey()));
         const double to = std::max(alpha + 3 * beta, double(bins.lastKey()));
         const auto psi = [&](double x) {
@@ -455,6 +466,16 @@ private slots:
                             1e-6 * std::max(1.0, std::abs((*it)[i][j]));
             QVERIFY2(same, qPrintable(it.key()));
         }
+        // Axes that hold every point: whole runs with half a run to spare,
+        // proportions up to 1 from 0.4 or the tenth below the lowest bin, a
+        // panel's rows with half a row to spare.
+        const QVector<double> &psychometric = axes["SIM001 noise psychometric"];
+        QVERIFY2(outside.isEmpty() &&
+                     axes["S04 noise thresholds"].mid(0, 2) == (QVector<double>{0, 3}) &&
+                     psychometric[3] == 1 && psychometric[2] <= lowest &&
+                     psychometric[2] > lowest - 0.1 &&
+                     axes[panel.trimmed()].mid(2) == (QVector<double>{0.5, 4.5}),
+                 qPrintable(outside.join('\n')));
 
         // The simulator's own table of the depth runs: its listener (alpha
         // -20 dB is 10 %) and the mean threshold re the listener's 66.7 %

@@ -282,6 +282,14 @@ const QVector<Column<PointView>> &figureColumns()
          [](const V &v) {
              return v.s->markers() ? cell(v.s->sizes.value(v.i, v.s->size)) : QString();
          }},
+        {"x_from", "Where the figure's x axis begins as drawn", "dB or count",
+         [](const V &v) { return cell(v.f->x.min); }},
+        {"x_to", "Where the figure's x axis ends as drawn", "dB or count",
+         [](const V &v) { return cell(v.f->x.max); }},
+        {"y_from", "Where the figure's y axis begins as drawn", "dB, proportion or count",
+         [](const V &v) { return cell(v.f->y.min); }},
+        {"y_to", "Where the figure's y axis ends as drawn", "dB, proportion or count",
+         [](const V &v) { return cell(v.f->y.max); }},
     };
     return columns;
 }
