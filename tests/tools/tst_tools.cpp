@@ -111,6 +111,7 @@ struct Facts {
     QVector<double> values, averagedDb, rt;
     QVector<bool> right;
     QVector<int> reversals; // trials, from 0
+    double chose2 = 0;      // answers "sound 2"
     double threshold = 0;   // %
     double db() const { return 20 * std::log10(threshold / 100); }
 };
@@ -123,6 +124,7 @@ Facts facts(const QString &path)
             f.values.append(line.section('\t', 0, 0).toDouble());
             f.right.append(line.section('\t', 3, 3) == "1");
             f.rt.append(line.section('\t', 4, 4).toDouble());
+            f.chose2 += line.section('\t', 2, 2) == "2";
         }
     for (int i = 1; i < f.values.size(); ++i)
         if (f.right[i] != f.right[i - 1])
@@ -243,9 +245,14 @@ private slots:
         const Row &r = runs[QFileInfo(good).fileName()];
         QCOMPARE(r["included"] + " " + r["trials"] + " " + r["reversals"] + " " + r["acquired"],
                  QString("1 %1 14 2024-03-01T09:01:00+00:00").arg(g.values.size()));
-        QVERIFY(matches(r, "threshold threshold_db reversal_sd_db percent_correct mean_rt_ms",
+        QVector<double> rt = g.rt;
+        std::sort(rt.begin(), rt.end());
+        QVERIFY(matches(r,
+                        "threshold threshold_db reversal_sd_db percent_correct chose_2_pct "
+                        "mean_rt_ms median_rt_ms",
                         {g.threshold, g.db(), stdDev(g.averagedDb),
-                         100.0 * g.right.count(true) / g.right.size(), mean(g.rt)}));
+                         100.0 * g.right.count(true) / g.right.size(), 100 * g.chose2 / rt.size(),
+                         mean(g.rt), (rt[(rt.size() - 1) / 2] + rt[rt.size() / 2]) / 2}));
         const Row &faulty = runs["S01_test003_noise_modulation depth.txt"];
         const Row &lone = runs[QFileInfo(alone).fileName()];
         // Without a sidecar the file name says who, which session and what.
@@ -347,7 +354,7 @@ private slots:
         // figure and series. S04's tracks in order of
         // acquisition, answers and reversals marked, and its thresholds.
         // The axes of each figure (x from, to, y from, to), and points outside
-        // them.
+        // them or not on their page (the study page first).
         QMap<QString, QVector<QVector<double>>> drawn, expected;
         QMap<QString, QVector<double>> axes;
         QStringList outside;
@@ -359,7 +366,8 @@ private slots:
             drawn[figure + ' ' + c[4]].append({c[5].toDouble(), c[6].toDouble(), c[7].toDouble()});
             axes[figure] = {c[8].toDouble(), c[9].toDouble(), c[10].toDouble(), c[11].toDouble()};
             if (!(axes[figure][0] <= c[5].toDouble() && c[5].toDouble() <= axes[figure][1] &&
-                  axes[figure][2] <= c[6].toDouble() && c[6].toDouble() <= axes[figure][3]))
+                  axes[figure][2] <= c[6].toDouble() && c[6].toDouble() <= axes[figure][3]) ||
+                (c[3] == "study") != (c[0] == "1"))
                 outside << line;
         }
         for (int k = 0; k < 2; ++k)
