@@ -212,6 +212,23 @@ private slots:
         // S04: two runs, the second session started first.
         const Facts later = facts(saveRun(data, "S04", 1, 1, true, 1000, {}, 1, 0.3, 40));
         const Facts earlier = facts(saveRun(data, "S04", 1, 2, true, 1000, {}, 1, 0.1, 20));
+        // S05 at the output's volumes: 50 and 80 %, one that changed, a muted
+        // trial, and unknown (no entries, as in earlier versions, or null).
+        const QByteArray at50 =
+            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":50},"Muted":false})";
+        const QVector<QByteArray> outputs{
+            at50,
+            QByteArray(at50).replace("50", "80"),
+            at50 + R"(,{"Device":"a","FromTrial":5,"Volume":{"Percent":80},"Muted":false})",
+            at50 + R"(,{"Device":"a","FromTrial":3,"Volume":{"Percent":50},"Muted":true})",
+            "",
+            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})"};
+        for (int s = 0; s < outputs.size(); ++s) {
+            const QString sidecar = Sidecar::path(saveRun(data, "S05", 1, s, true));
+            rewrite(sidecar, contents(sidecar).replace(
+                                 "\"OutputDevices\": [",
+                                 s == 4 ? "\"Earlier\": [" : "\"OutputDevices\": [" + outputs[s]));
+        }
         // Simulated participants: frequency runs of two by a listener who hears
         // a difference above 1 % of the carrier (a step), depth runs of one.
         QStringList simulated;
@@ -235,12 +252,15 @@ private slots:
         const Outcome first = runTool(VELTRANE_SUMMARY_PATH,
                                       QStringList{"--out", out, "--png", png.path()} + options);
         auto runs = table(out + "/runs.tsv", "file");
-        const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 19);
-        QVERIFY(first.status == 1 &&
-                first.err.startsWith(QString("veltrane-summary: %1:%2: not valid JSON")
-                                         .arg(broken)
-                                         .arg(contents(broken).count('\n') + 1)) &&
-                runs.size() == 19 && std::is_sorted(lines.begin(), lines.end()));
+        const QStringList lines = QString(contents(out + "/runs.tsv")).split('\n').mid(1, 25);
+        QVERIFY(first.status == 1 && runs.size() == 25 &&
+                std::is_sorted(lines.begin(), lines.end()));
+        // Qt's own words on what is wrong with the JSON left out.
+        QCOMPARE(QString(first.err).replace(QRegularExpression("JSON: .*\n"), "JSON\n"),
+                 QString("veltrane-summary: %1:%2: not valid JSON\nveltrane-summary: S05, noise, "
+                         "modulation depth: included runs played at output volumes 50 %, 80 %\n")
+                     .arg(broken)
+                     .arg(contents(broken).count('\n') + 1));
         const Facts g = facts(good);
         const Row &r = runs[QFileInfo(good).fileName()];
         QCOMPARE(r["included"] + " " + r["trials"] + " " + r["reversals"] + " " + r["acquired"],
@@ -263,6 +283,14 @@ private slots:
                      lone["sound_type"] + lone["sidecar"] + lone["included"] + lone["carrier_hz"] +
                      lone["acquired"],
                  QString("practice|incomplete,faulty01|threshold mismatch|S02test1noise01"));
+        QString cells;
+        for (int session = 0; session < 6; ++session) {
+            const Row &v = runs[QString("S05_test%1_noise_modulation depth.txt")
+                                    .arg(session, 3, 10, QChar('0'))];
+            cells += v["output_volume_pct"] + "/" + v["output_muted"] + "/" +
+                     v["excluded_because"] + " ";
+        }
+        QCOMPARE(cells, QString("50/0/ 80/0/ /0/volume changed 50/1/muted // // "));
         // trials.tsv: the good run's trials as its results file has them, in
         // order, the reversals (answer changed) marked and the last 8 counted.
         // A frequency run whose threshold averages all its 8 reversals counts
@@ -288,13 +316,14 @@ private slots:
             counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
                        line.endsWith("\t1\t1\t1");
         QCOMPARE(counted, 8);
-        // summary.json accounts for every file: the broken one unusable, three
-        // runs left out (one for two reasons), the other 16 included.
+        // summary.json accounts for every file: the broken one unusable, five
+        // runs left out (one for two reasons), the other 20 included.
         QCOMPARE(QJsonDocument(
                      QJsonDocument::fromJson(contents(out + "/summary.json"))["Runs"].toObject())
                      .toJson(QJsonDocument::Compact),
-                 QByteArray(R"({"Included":16,"LeftOut":{"faulty":1,"incomplete":1,"practice":1,)"
-                            R"("threshold mismatch":1},"Read":20,"Unusable":1})"));
+                 QByteArray(R"({"Included":20,"LeftOut":{"faulty":1,"incomplete":1,"muted":1,)"
+                            R"("practice":1,"threshold mismatch":1,"volume changed":1},"Read":26,)"
+                            R"("Unusable":1})"));
         QCOMPARE(QJsonDocument::fromJson(contents(out + "/summary.json"))["trials.tsv"]["level_db"]
                      .toObject()["Units"],
                  QJsonValue("dB"));
@@ -337,8 +366,9 @@ private slots:
         const Row &s01 = summary["S01 noise"];
         QCOMPARE(s01["runs"] + " " + s01["fit_trials"] + " " + s01["alpha_db"] + s01["x66_db"] +
                      s01["deviance"] + s01["bootstrap_failed"] + summary["S03 sinusoid"]["runs"] +
-                     summary["SIM002 sinusoid"]["alpha_db"],
-                 QString("4 %1 0").arg(4 * g.values.size()));
+                     summary["SIM002 sinusoid"]["alpha_db"] +
+                     summary["S05 noise"]["output_volume_pct"],
+                 QString("4 %1 0mixed").arg(4 * g.values.size()));
         // Two runs: the t interval with 1 degree of freedom, t = tan(0.475 pi).
         const double a = earlier.db(), b = later.db(), d = std::abs(a - b);
         const double half = std::tan(0.475 * M_PI) * d / 2;
@@ -452,20 +482,20 @@ private slots:
             {fit["alpha_db_ci95_high"].toDouble(), psi(alpha), 0}};
         // The study page's panel of the noise runs: a row per subject from the
         // top with its mean, then the mean of the subjects' means with its t
-        // interval (t 0.975 with 2 df is 4.302653).
+        // interval (t 0.975 with 3 df is 3.182446).
         const QString panel =
             "noise, modulation depth, modulation 40 Hz, standard depth 0 %, 600 ms "
             "study ";
         QVector<double> means;
-        for (const char *subject : {"S01", "S04", "SIM001"}) {
+        for (const char *subject : {"S01", "S04", "S05", "SIM001"}) {
             const Row &s = summary[QString(subject) + " noise"];
-            const double y = 4 - means.size(), m = s["mean_threshold_db"].toDouble();
+            const double y = 5 - means.size(), m = s["mean_threshold_db"].toDouble();
             means.append(m);
             expected[panel + "subjects' means"].append({m, y, 7});
         }
-        const double h = 4.302653 * stdDev(means) / std::sqrt(3.0);
+        const double h = 3.182446 * stdDev(means) / 2;
         expected[panel + "mean of subjects"] = {{mean(means), 1, 9}};
-        expected[panel + "mean of 3"] = {{mean(means) - h, 1, 0}, {mean(means) + h, 1, 0}};
+        expected[panel + "mean of 4"] = {{mean(means) - h, 1, 0}, {mean(means) + h, 1, 0}};
         for (auto it = expected.begin(); it != expected.end(); ++it) {
             bool same = drawn[it.key()].size() == it->size();
             for (int i = 0; same && i < it->size(); ++i)
@@ -482,7 +512,7 @@ private slots:
                      axes["S04 noise thresholds"].mid(0, 2) == (QVector<double>{0, 3}) &&
                      psychometric[3] == 1 && psychometric[2] <= lowest &&
                      psychometric[2] > lowest - 0.1 &&
-                     axes[panel.trimmed()].mid(2) == (QVector<double>{0.5, 4.5}),
+                     axes[panel.trimmed()].mid(2) == (QVector<double>{0.5, 5.5}),
                  qPrintable(outside.join('\n')));
 
         // The simulator's own table of the depth runs: its listener (alpha
@@ -516,7 +546,7 @@ private slots:
         // and the simulator's picture (two figures of 760 x 560 side by side):
         // each drawn on white, its charts and text covering about a twentieth
         // of it.
-        QCOMPARE(contents(out + "/report.pdf").count("/Type /Page\n"), 8);
+        QCOMPARE(contents(out + "/report.pdf").count("/Type /Page\n"), 9);
         for (const QString &page : png.entryList(QDir::Files) + QStringList("../sim.png")) {
             const QImage image(png.filePath(page));
             double ink = 0, area = image.width() * image.height() / 4.0;
@@ -544,8 +574,9 @@ private slots:
     }
 
     // Both tools answer a mistyped option in their own words and --help with
-    // their usage, and the simulator names a table it cannot write whole (a
-    // full disk).
+    // their usage, and name an output they cannot write whole: the
+    // simulator's table on a full disk, the summary's report where a folder
+    // is in its way (a failure, though every run was used).
     void toolManners()
     {
         QTemporaryDir temp;
@@ -557,6 +588,10 @@ private slots:
             QVERIFY(tool(help).said() == "0 " && tool(help).out.startsWith("Usage: "));
         QCOMPARE(tool("L --runs 3 --tsv /dev/full --plot @/plot.png --save-runs @/runs").said(),
                  QString("1 simulate-listener: cannot write /dev/full\n"));
+        QDir().mkpath(temp.filePath("out/report.pdf")); // in the way of the report
+        QCOMPARE(tool("S --bootstrap 0 --out @/out @/runs").said(),
+                 "1 veltrane-summary: " + temp.filePath("out/report.pdf") +
+                     ": the report could not be written whole\n");
 
         // A listener wrong at every level takes the track to the upper limit
         // of 100 %, where it never reverses; with no run finished, its chance
@@ -591,11 +626,10 @@ private slots:
     {
         using S = Figure::Style;
         const QColor c(0x28963c);
-        Figure f{"",
-                 QString("a, ").repeated(20) + "b",
-                 {"dB", -1.5, 4.5, 0.5, {}},
-                 {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}},
-                 {}};
+        Figure f;
+        f.title = QString("a, ").repeated(20) + "b";
+        f.x = {"dB", -1.5, 4.5, 0.5, {}};
+        f.y = {"row", 0.5, 2.5, 1.0, {{2, "b"}, {1, "a"}}};
         f.series = {{"l", "line", S::Line, c, 2.0, {{0, 1}, {1, 2}}, {}},
                     {"d", "line", S::DashedLine, c, 3.0, {{0, 2}}, {}},
                     {"m", "dots", S::Dots, c, 6.0, {{1, 1}, {2, 2}}, {4.0, 9.0}},
@@ -633,17 +667,12 @@ private slots:
             QString text = s->name();
             for (const QPointF &p : xy->points())
                 text += QString(" (%1 %2)").arg(p.x()).arg(p.y());
+            const QColor fill = area ? area->color() : dots ? dots->color() : xy->pen().color();
+            const QColor edge = area ? area->borderColor() : dots ? dots->borderColor() : QColor();
             drawn << text + QString(" %1 %2 %3 %4 %5")
                                 .arg(dots ? dots->markerSize() : xy->pen().widthF())
                                 .arg(dots ? int(dots->markerShape()) : int(xy->pen().style()))
-                                .arg((area   ? area->color()
-                                      : dots ? dots->color()
-                                             : xy->pen().color())
-                                         .name(QColor::HexArgb))
-                                .arg((area   ? area->borderColor()
-                                      : dots ? dots->borderColor()
-                                             : QColor())
-                                         .name())
+                                .arg(fill.name(QColor::HexArgb), edge.name())
                                 .arg(chart->legend()->markers(s).value(0)->isVisible() +
                                      2 * s->attachedAxes().size());
         }
@@ -696,52 +725,6 @@ private slots:
                     f[0].y.min == 0 && f[0].y.step >= 1 && f[0].y.max >= top && f[0].x.min <= low &&
                     f[1].x.max >= n);
         }
-    }
-
-    // The output's volume and mute state from the sidecars: one volume (50
-    // and 80 %), a volume that changed, a muted trial, and unknown (no
-    // entries, as in earlier versions, or null). A report that cannot be
-    // written is said, and fails the run.
-    void outputVolume()
-    {
-        QTemporaryDir temp;
-        const QDir data(temp.filePath("data"));
-        const QByteArray at50 =
-            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":50},"Muted":false})";
-        const QVector<QByteArray> outputs{
-            at50,
-            R"({"Device":"a","FromTrial":1,"Volume":{"Percent":80},"Muted":false})",
-            at50 + R"(,{"Device":"a","FromTrial":5,"Volume":{"Percent":80},"Muted":false})",
-            at50 + R"(,{"Device":"a","FromTrial":3,"Volume":{"Percent":50},"Muted":true})",
-            "",
-            R"({"Device":"a","FromTrial":1,"Volume":null,"Muted":null})"};
-        QStringList files;
-        for (int s = 0; s < outputs.size(); ++s) {
-            files << saveRun(data, "S01", 1, s, true);
-            const QString sidecar = Sidecar::path(files.last());
-            rewrite(sidecar, contents(sidecar).replace(
-                                 "\"OutputDevices\": [",
-                                 s == 4 ? "\"Earlier\": [" : "\"OutputDevices\": [" + outputs[s]));
-        }
-        QDir().mkpath(temp.filePath("out/report.pdf")); // in the way of the report
-        QCOMPARE(runTool(VELTRANE_SUMMARY_PATH, QStringList{"--out", temp.filePath("out"),
-                                                            "--bootstrap", "0", "--lapse", "0"} +
-                                                    files)
-                     .said(),
-                 QString("1 veltrane-summary: S01, noise, modulation depth: included runs "
-                         "played at output volumes 50 %, 80 %\nveltrane-summary: %1: the report "
-                         "could not be written whole\n")
-                     .arg(temp.filePath("out/report.pdf")));
-        const auto runs = table(temp.filePath("out/runs.tsv"), "file");
-        QString cells;
-        for (const QString &file : files) {
-            const Row &r = runs[QFileInfo(file).fileName()];
-            cells += r["session"] + "/" + r["output_volume_pct"] + "/" + r["output_muted"] + "/" +
-                     r["excluded_because"] + " ";
-        }
-        QCOMPARE(cells, QString("0/50/0/ 1/80/0/ 2//0/volume changed 3/50/1/muted 4/// 5/// "));
-        QCOMPARE(table(temp.filePath("out/summary.tsv"), "subject")["S01"]["output_volume_pct"],
-                 QString("mixed"));
     }
 
     // The bootstrap runs each track again from its start under the fitted
