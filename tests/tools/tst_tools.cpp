@@ -244,6 +244,14 @@ private slots:
             simulated +=
                 QString(contents(temp.filePath("sim"))).split('\n', Qt::SkipEmptyParts).mid(1);
         }
+        // The simulator's table has each of its columns described beside it.
+        QStringList header =
+            QString(contents(temp.filePath("sim"))).section('\n', 0, 0).split('\t');
+        header.sort();
+        const QJsonObject described =
+            QJsonDocument::fromJson(contents(temp.filePath("sim.json"))).object();
+        QVERIFY(described.keys() == header && described["threshold"]["Units"] == "%" &&
+                described["threshold_db"]["Units"] == "dB");
 
         const QString out = temp.filePath("out");
         const QStringList options{"--seed",       "5",       "--bootstrap", "200",

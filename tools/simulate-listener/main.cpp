@@ -12,6 +12,8 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
 #include <QTextStream>
 
 #include <algorithm>
@@ -114,7 +116,10 @@ int main(int argc, char **argv)
          "Hz", "1000"},
         {"max-trials", "Trials after which an unfinished run is abandoned. Default: 1000.", "N",
          "1000"},
-        {"tsv", "Also write one tab-separated line per run to this file.", "file"},
+        {"tsv",
+         "Also write one tab-separated line per run to this file, and what its columns hold to the "
+         "same name with .json (not for a pipe or a terminal).",
+         "file"},
         {"plot",
          "Also draw the threshold histogram and the first run's track into this PNG "
          "file.",
@@ -182,10 +187,22 @@ int main(int argc, char **argv)
                                          settings.maxTrials);
 
     int status = 0;
-    if (parser.isSet("tsv") &&
-        !writeText(parser.value("tsv"), Report::tabSeparated(settings.start, outcomes))) {
-        QTextStream(stderr) << "simulate-listener: cannot write " << parser.value("tsv") << '\n';
-        status = 1;
+    if (parser.isSet("tsv")) {
+        // The columns are described beside a table written to a file (not to
+        // a pipe or a terminal): runs.tsv by runs.json.
+        const QString tsv = parser.value("tsv");
+        const QString json = (tsv.endsWith(".tsv") ? tsv.chopped(4) : tsv) + ".json";
+        const QString failed =
+            !writeText(tsv, Report::tabSeparated(settings.start, outcomes)) ? tsv
+            : QFileInfo(tsv).isFile() &&
+                    !writeText(json,
+                               QJsonDocument(Report::tableDescription(settings.start)).toJson())
+                ? json
+                : QString();
+        if (!failed.isEmpty()) {
+            QTextStream(stderr) << "simulate-listener: cannot write " << failed << '\n';
+            status = 1;
+        }
     }
     if (parser.isSet("plot") &&
         !Plot::writePng(parser.value("plot"),

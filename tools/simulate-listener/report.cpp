@@ -4,6 +4,7 @@
 #include "app/sessionparameters.h"
 #include "procedure/staircase.h"
 #include "simulation.h"
+#include "tablecolumns.h"
 
 #include <QTextStream>
 
@@ -111,24 +112,55 @@ QString Report::table(const SessionParameters &start, const Listener &listener,
     return text;
 }
 
+namespace
+{
+struct RunView {
+    int run;
+    const RunOutcome *outcome;
+};
+
+// The columns of the table of runs; the threshold in the tracked quantity's
+// unit.
+QVector<Column<RunView>> runColumns(const SessionParameters &start)
+{
+    using V = RunView;
+    const double factor = Report::displayFactor(start);
+    const auto flag = [](bool v) { return QString(v ? "1" : "0"); };
+    return {
+        {"run", "The run, from 1", "", [](const V &v) { return QString::number(v.run); }},
+        {"trials", "Trials presented", "",
+         [](const V &v) { return QString::number(v.outcome->trials.size()); }},
+        {"reversals", "Reversals reached", "",
+         [](const V &v) { return QString::number(v.outcome->reversalValues.size()); }},
+        {"threshold", "Mean of the last reversal values; empty when the run did not finish",
+         Report::unitName(start),
+         [factor](const V &v) {
+             return v.outcome->finished ? QString::number(v.outcome->threshold * factor, 'f', 6)
+                                        : QString();
+         }},
+        {"threshold_db", "The threshold as 20·log10 of the stored fraction", "dB",
+         [](const V &v) {
+             return v.outcome->finished
+                        ? QString::number(20.0 * std::log10(v.outcome->threshold), 'f', 4)
+                        : QString();
+         }},
+        {"reached_upper_limit", "1 when a trial presented the tracked quantity's upper limit", "",
+         [flag](const V &v) { return flag(v.outcome->reachedUpperLimit); }},
+        {"finished", "1 when the run reached its reversals", "",
+         [flag](const V &v) { return flag(v.outcome->finished); }},
+    };
+}
+} // namespace
+
 QString Report::tabSeparated(const SessionParameters &start, const QVector<RunOutcome> &outcomes)
 {
-    const double factor = displayFactor(start);
-    QString text;
-    QTextStream out(&text);
-    out << "run\ttrials\treversals\tthreshold (" << unitName(start)
-        << ")\tthreshold (dB)\treached upper limit\tfinished\n";
-    for (int i = 0; i < outcomes.size(); ++i) {
-        const RunOutcome &outcome = outcomes[i];
-        out << i + 1 << '\t' << outcome.trials.size() << '\t' << outcome.reversalValues.size()
-            << '\t';
-        if (outcome.finished)
-            out << QString::number(outcome.threshold * factor, 'f', 6) << '\t'
-                << QString::number(20.0 * std::log10(outcome.threshold), 'f', 4);
-        else
-            out << '\t';
-        out << '\t' << (outcome.reachedUpperLimit ? 1 : 0) << '\t' << (outcome.finished ? 1 : 0)
-            << '\n';
-    }
-    return text;
+    QVector<RunView> views;
+    for (int i = 0; i < outcomes.size(); ++i)
+        views.append({i + 1, &outcomes[i]});
+    return TableColumns::table(runColumns(start), views);
+}
+
+QJsonObject Report::tableDescription(const SessionParameters &start)
+{
+    return TableColumns::describe(runColumns(start));
 }

@@ -5,6 +5,7 @@
 #include "runoutcome.h"
 #include "simulationsummary.h"
 
+#include <QJsonObject>
 #include <QString>
 #include <QVector>
 
@@ -28,6 +29,9 @@ QString quantityName(const SessionParameters &params);
 QString table(const SessionParameters &start, const Listener &listener,
               const SimulationSummary &summary, std::uint64_t seed, int maxTrials);
 
+// One line per run under a header line, and what each column holds (the
+// JSON written beside the table).
 QString tabSeparated(const SessionParameters &start, const QVector<RunOutcome> &outcomes);
+QJsonObject tableDescription(const SessionParameters &start);
 
 } // namespace Report

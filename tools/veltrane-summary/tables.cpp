@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tables.h"
 
+#include "tablecolumns.h"
+
 #include <QJsonArray>
 
 #include <cmath>
-#include <functional>
 
 namespace
 {
-template <typename Row> struct Column {
-    const char *name;
-    const char *description;
-    const char *units; // empty when the column has none
-    std::function<QString(const Row &)> cell;
-};
+using TableColumns::describe;
+using TableColumns::table;
 
 QString cell(double v)
 {
@@ -203,7 +200,7 @@ struct TrialView {
 Column<TrialView> runColumn(const char *name)
 {
     for (const Column<RunRow> &c : runColumns())
-        if (qstrcmp(c.name, name) == 0)
+        if (c.name == QLatin1String(name))
             return {c.name, c.description, c.units,
                     [cell = c.cell](const TrialView &v) { return cell(*v.r); }};
     qFatal("runs.tsv has no column %s", name);
@@ -294,35 +291,6 @@ const QVector<Column<PointView>> &figureColumns()
     return columns;
 }
 
-template <typename Row> QString table(const QVector<Column<Row>> &columns, const QVector<Row> &rows)
-{
-    // Appended in place: trials.tsv has a row for every trial of the study.
-    QString text;
-    for (int c = 0; c < columns.size(); ++c)
-        text += (c > 0 ? "\t" : "") + QString(columns[c].name);
-    text += '\n';
-    for (const Row &row : rows) {
-        for (int c = 0; c < columns.size(); ++c) {
-            if (c > 0)
-                text += '\t';
-            text += columns[c].cell(row);
-        }
-        text += '\n';
-    }
-    return text;
-}
-
-template <typename Row> QJsonObject describe(const QVector<Column<Row>> &columns)
-{
-    QJsonObject object;
-    for (const Column<Row> &c : columns) {
-        QJsonObject column{{"Description", c.description}};
-        if (*c.units)
-            column.insert("Units", c.units);
-        object.insert(c.name, column);
-    }
-    return object;
-}
 } // namespace
 
 QString Tables::runs(const QVector<RunRow> &rows)
