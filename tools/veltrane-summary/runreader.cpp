@@ -7,11 +7,13 @@
 #include "procedure/staircase.h"
 #include "statistics.h"
 
+#include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 
 #include <cmath>
 #include <limits>
@@ -163,7 +165,8 @@ void recompute(RunRow &row, int numberOfReversals, int reversalsToCalculate)
 QStringList RunReader::candidates(const QStringList &paths, QStringList &missing)
 {
     QStringList files;
-    for (const QString &path : paths) {
+    for (const QString &given : paths) {
+        const QString path = QDir::cleanPath(given); // ./data/ as data
         const QFileInfo info(path);
         if (info.isFile()) {
             files.append(path);
@@ -172,12 +175,21 @@ QStringList RunReader::candidates(const QStringList &paths, QStringList &missing
             while (it.hasNext())
                 files.append(it.next());
         } else {
-            missing.append(path);
+            missing.append(given);
         }
     }
     files.sort();
-    files.removeDuplicates();
-    return files;
+    // A file found twice, or under two paths (through a link), is one run:
+    // its first path in order stays.
+    QStringList once;
+    QSet<QString> seen;
+    for (const QString &file : files) {
+        const QString canonical = QFileInfo(file).canonicalFilePath();
+        if (!seen.contains(canonical))
+            once.append(file);
+        seen.insert(canonical);
+    }
+    return once;
 }
 
 RunReading RunReader::read(const QString &path, const RunRules &rules)

@@ -30,7 +30,8 @@ namespace RunReader
 {
 
 // Every .txt file of the paths: a file as it is, a folder searched
-// recursively; sorted, each once. Paths that do not exist go into `missing`.
+// recursively; sorted, each once (a file found under two paths too). Paths
+// that do not exist go into `missing`.
 QStringList candidates(const QStringList &paths, QStringList &missing);
 
 // Reads a results file and its sidecar, recomputes the threshold with the
