@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 
 namespace
 {
@@ -16,6 +15,7 @@ constexpr int maxTrials = 1000;
 
 // The trials of one tracked value, with the chance of a right answer there.
 struct Visited {
+    double value;
     double p;
     int trials;
     int correct;
@@ -34,9 +34,7 @@ QVector<LevelCount> TrackReplay::replicate(double alphaDb, double betaDb, double
     // keeps its vectors allocated, and a bootstrap runs tens of thousands of
     // tracks.
     SessionParameters params;
-    // By the exact value: the tracks return to the same few values, and values
-    // that differ only by rounding are pooled with the levels below.
-    std::map<double, Visited> visited;
+    QVector<Visited> visited; // sorted by value; the tracks return to the same few values
     for (const Start &start : m_starts) {
         params.mainParameter = start.mainParameter;
         if (start.mainParameter == 0)
@@ -50,13 +48,20 @@ QVector<LevelCount> TrackReplay::replicate(double alphaDb, double betaDb, double
         for (int trial = 0; trial < maxTrials; ++trial) {
             TrialRecord record;
             record.value = Staircase::trackedValue(params);
-            const auto [here, first] = visited.try_emplace(record.value); // zero trials
-            if (first)
-                here->second.p = Psychometric::probabilityCorrect(20.0 * std::log10(record.value),
-                                                                  alphaDb, betaDb, lapse);
-            record.correct = gsl_rng_uniform(rng) < here->second.p;
-            ++here->second.trials;
-            here->second.correct += record.correct;
+            const auto at = std::lower_bound(
+                visited.begin(), visited.end(), record.value,
+                [](const Visited &v, double value) { return v.value < value * (1 - 1e-7); });
+            Visited &here =
+                at != visited.end() && at->value < record.value * (1 + 1e-7)
+                    ? *at
+                    : *visited.insert(
+                          at, {record.value,
+                               Psychometric::probabilityCorrect(20.0 * std::log10(record.value),
+                                                                alphaDb, betaDb, lapse),
+                               0, 0});
+            record.correct = gsl_rng_uniform(rng) < here.p;
+            ++here.trials;
+            here.correct += record.correct;
             params.trials.append(record);
             if (Staircase::applyReversalRule(params))
                 break;
@@ -67,8 +72,8 @@ QVector<LevelCount> TrackReplay::replicate(double alphaDb, double betaDb, double
         }
     }
     QVector<LevelCount> levels;
-    for (const auto &[value, v] : visited) {
-        LevelCount &level = PsychometricFit::level(levels, 20.0 * std::log10(value));
+    for (const Visited &v : visited) {
+        LevelCount &level = PsychometricFit::level(levels, 20.0 * std::log10(v.value));
         level.trials += v.trials;
         level.correct += v.correct;
     }
