@@ -592,7 +592,9 @@ private slots:
     // ceil(sqrt(n)) bins, 10 to 40, from 0.25 dB below the lowest to 0.25 dB
     // above the highest, drawn as an outline; the mean and the listener's
     // 66.7 % point as vertical lines up to the tallest bin; the first run's
-    // track with its answers and its threshold.
+    // track with its answers and its threshold. The track's axes by hand for 5
+    // runs: trials 0.5 to 5.5 in steps of 1 (1 to 5 steps would be 0.83),
+    // levels -30 to -21.46 dB, 5 % and 0.5 dB to spare, in steps of 2.
     void simulatorFigures()
     {
         const double target = levelAt(2.0 / 3, -20, 2, 0.02);
@@ -626,7 +628,10 @@ private slots:
                     f[1].series[2].points == wrong &&
                     f[1].series[3].points == (QVector<QPointF>{{1, db[0]}, {double(n), db[0]}}) &&
                     f[0].y.min == 0 && f[0].y.step >= 1 && f[0].y.max >= top && f[0].x.min <= low &&
-                    f[1].x.max >= n);
+                    f[1].x.max >= n &&
+                    (n > 5 ||
+                     QVector<double>{f[1].x.min, f[1].x.max, f[1].x.step, f[1].y.min, f[1].y.max,
+                                     f[1].y.step} == QVector<double>{0, 6, 1, -32, -20, 2}));
         }
     }
 };
