@@ -29,7 +29,6 @@ RunOutcome Simulation::run(const SessionParameters &start, std::mt19937_64 &gene
                            const Responder &respond, int maxTrials)
 {
     SessionParameters params = start;
-    params.trialCount = 0;
     params.reversalValues.fill(0.0, params.numberOfReversals);
     params.reversalCount = 0;
     params.trials.clear();
