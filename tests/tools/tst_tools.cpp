@@ -190,8 +190,9 @@ private slots:
         QTemporaryDir temp;
         const QDir data(temp.filePath("data"));
         const QString good = saveRun(data, "S01", 1, 1, true);
-        saveRun(data, "S01", 0, 2, true);               // practice
-        saveRun(data, "S01", 1, 3, true, 10, {{2, 3}}); // stopped early, a sound lost
+        saveRun(data, "S01", 0, 2, true); // practice
+        // Stopped early, a sound lost.
+        const QString early = saveRun(data, "S01", 1, 3, true, 10, {{2, 3}});
         const QString changed = Sidecar::path(saveRun(data, "S03", 1, 4, true, 1000, {}, 0));
         rewrite(changed, contents(changed).replace("\"Threshold\": ", "\"Threshold\": 1"));
         const QString alone = saveRun(data, "S02", 1, 1, false);
@@ -278,6 +279,7 @@ private slots:
                      lone["sound_type"] + lone["sidecar"] + lone["included"] + lone["carrier_hz"] +
                      lone["acquired"],
                  QString("practice|incomplete,faulty01|threshold mismatch|S02test1noise01"));
+        QVERIFY(matches(faulty, "reversal_sd_db", {stdDev(facts(early).averagedDb)}));
         QString cells;
         for (int session = 0; session < outputs.size(); ++session) {
             const Row &v = runs[QString("S05_test%1_noise_modulation depth.txt")
@@ -308,7 +310,7 @@ private slots:
         for (const QString &line : trials)
             counted += line.startsWith(data.filePath("SIM001_test001_sinusoid")) &&
                        line.endsWith("\t1\t1\t1");
-        QCOMPARE(counted, 8);
+        QVERIFY(counted == 8 && goodTrials.size() == g.values.size());
         // summary.json accounts for every file: the broken one unusable, six
         // runs left out (one for two reasons), the other 20 included.
         QCOMPARE(QJsonDocument(
@@ -574,10 +576,15 @@ private slots:
                  QString("1 simulate-listener: cannot write /dev/full\n"));
         QDir().mkpath(temp.filePath("out/report.pdf")); // in the way of the report
         QFile::link("/dev/full", temp.filePath("out/runs.tsv"));
-        QCOMPARE(tool("S --bootstrap 0 --out @/out @/runs").said(),
+        QCOMPARE(tool("S --bootstrap 0 --last 2 --out @/out @/runs").said(),
                  QString("1 veltrane-summary: %1/runs.tsv: cannot be written\nveltrane-summary: "
                          "%1/report.pdf: the report could not be written whole\n")
                      .arg(temp.filePath("out")));
+        // --last 2: the group's last two runs by their start times.
+        const QString sim = temp.filePath("runs/SIM001_test00%1_noise_modulation depth.txt");
+        const double a = facts(sim.arg(2)).db(), b = facts(sim.arg(3)).db();
+        QVERIFY(matches(table(temp.filePath("out/summary.tsv"), "subject")["SIM001"],
+                        "runs mean_threshold_db", {2, (a + b) / 2}));
 
         // A listener wrong at every level takes the track to the upper limit
         // of 100 %, where it never reverses; with no run finished, its chance
