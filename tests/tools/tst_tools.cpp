@@ -400,7 +400,8 @@ private slots:
         // The simulated listener's fit: the maximum of the log-likelihood
         // computed here, its deviance (twice the distance to the saturated
         // model's), x66 and x75 from the inverse of the function, and α's
-        // interval holding the estimate and the listener's alpha.
+        // interval holding the estimate and the listener's alpha, β's high end
+        // above β.
         const Row fit = summary["SIM001 noise"];
         const double alpha = fit["alpha_db"].toDouble(), beta = fit["beta_db"].toDouble();
         const double lapse = fit["lapse"].toDouble();
@@ -432,7 +433,8 @@ private slots:
                      logLikelihood(0, -.05, 0) < best && logLikelihood(0, .05, 0) < best &&
                      logLikelihood(0, 0, lapse > .03 ? -.005 : .005) < best &&
                      fit["alpha_db_ci95_low"].toDouble() < std::min(-20.0, alpha) &&
-                     fit["alpha_db_ci95_high"].toDouble() > std::max(-20.0, alpha),
+                     fit["alpha_db_ci95_high"].toDouble() > std::max(-20.0, alpha) &&
+                     beta < fit["beta_db_ci95_high"].toDouble(),
                  qPrintable(QStringList(fit.values()).join(' ')));
         // SIM001's trials in 1 dB bins, each marker's area in proportion to
         // its trials; the fitted function across the bins and 3 β either side
