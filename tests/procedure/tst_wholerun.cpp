@@ -166,7 +166,9 @@ private slots:
                         captured.mid(from, at - from).count('\0') == at - from);
                 onset[k] = at / 4;
                 end = onset[k] + played.size();
-                regularOnsets += k > 0 && std::abs(onset[k] - onset[k - 1] - periodMs * 40) <= 120;
+                // Within 5 ms of the period: the capture's 2 ms grid, and the
+                // sanitizer build's timers, which stray by 4 to 6 ms at times.
+                regularOnsets += k > 0 && std::abs(onset[k] - onset[k - 1] - periodMs * 40) <= 200;
             }
             const double endToClockMs = (trial.endNs - server.arrivalNs(end - 1)) / 1e6;
             QVERIFY(endToClockMs >= -10);
